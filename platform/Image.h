@@ -1,0 +1,49 @@
+#pragma once
+
+#include "platform/ColorSpace.h"
+
+#include <QtCore/QByteArray>
+#include <QtCore/QString>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+
+namespace platform {
+
+/// Prepares libvips for this process: operation cache off, untrusted loaders blocked, its log silenced.
+/// Every class of this file does it by itself, once.
+void startImageLibrary();
+
+/// The first image of an encoded block of data (JPEG, PNG, TIFF, WebP or HEIF), not yet decoded.
+///
+/// Opening reads the header alone; the pixels are decoded once, when they are encoded anew.
+class Image {
+public:
+    /// Empty where the data is no image that can be read. Keeps `data`, copies nothing.
+    static std::unique_ptr<Image> open(const QByteArray& data);
+
+    ~Image();
+    Image(const Image&) = delete;
+    Image& operator=(const Image&) = delete;
+
+    /// Pixels as stored: the Exif orientation is not looked at.
+    std::uint32_t width() const;
+    std::uint32_t height() const;
+
+    /// The image drawn into exactly `width` by `height` pixels, 8-bit RGB in `colorSpace` (whose
+    /// profile is embedded), alpha flattened over white, as a JPEG without any metadata; without a
+    /// value where the data can't be decoded whole.
+    std::optional<QByteArray> scaledJPEG(std::int32_t width, std::int32_t height, const ColorSpace& colorSpace,
+                                         double quality) const;
+    /// The image in its own size and colour space (own profile embedded), 8 bits per component, else as
+    /// `scaledJPEG`. `quality` is between 0 and 1, the best.
+    std::optional<QByteArray> asJPEG(double quality) const;
+
+private:
+    struct Source;
+    explicit Image(std::unique_ptr<Source> source);
+    std::unique_ptr<Source> source_;
+};
+
+} // namespace platform

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <QtCore/QByteArray>
+#include <QtCore/QString>
+
+namespace platform {
+
+/// Overwrites the characters with zeros, in every copy that shares them, and empties the text. For the
+/// owner of a password that nobody else reads any more.
+void wipe(QString& text);
+void wipe(QByteArray& bytes);
+
+/// Text of bytes in the locale's own encoding (nl_langinfo(CODESET)), as C strings are read here.
+QString textFromDefaultCString(const QByteArray& bytes);
+
+} // namespace platform

@@ -1,0 +1,29 @@
+#include "platform/Thread.h"
+
+#include <pthread.h>
+
+#include <atomic>
+#include <thread>
+
+namespace platform {
+
+struct Thread::State {
+    std::atomic<bool> running{true};
+};
+
+Thread::Thread(std::shared_ptr<State> state) : state_(std::move(state)) {}
+
+std::shared_ptr<Thread> Thread::start(const std::string& name, std::function<void()> body) {
+    auto state = std::make_shared<State>();
+    std::thread([state, name, body = std::move(body)]() mutable {
+        pthread_setname_np(pthread_self(), name.substr(0, 15).c_str());
+        body();
+        body = nullptr;
+        state->running = false;
+    }).detach();
+    return std::shared_ptr<Thread>(new Thread(std::move(state)));
+}
+
+bool Thread::isRunning() const { return state_->running; }
+
+} // namespace platform
