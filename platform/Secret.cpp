@@ -1,0 +1,86 @@
+#include "platform/Secret.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include <iconv.h>
+#include <langinfo.h>
+
+namespace platform {
+
+namespace {
+
+/// Zeros the whole allocation, so that no cut-off end stays behind. Literals and raw data belong to somebody
+/// else and may be read-only.
+template <typename Text>
+void wipeBuffer(Text& text) {
+    auto& data = text.data_ptr();
+    if (data.isMutable()) {
+        auto* const start = data.data() - data.freeSpaceAtBegin();
+        const auto count = static_cast<std::size_t>(data.constAllocatedCapacity());
+        // A plain memset of memory that is never read again is dropped by optimisers.
+        explicit_bzero(start, count * sizeof(*start));
+    }
+    text.clear();
+}
+
+class Converter {
+public:
+    explicit Converter(const char* encoding)
+        : descriptor_(iconv_open(Q_BYTE_ORDER == Q_LITTLE_ENDIAN ? "UTF-16LE" : "UTF-16BE", encoding)) {}
+    ~Converter() {
+        if (isValid())
+            iconv_close(descriptor_);
+    }
+    Converter(const Converter&) = delete;
+    Converter& operator=(const Converter&) = delete;
+
+    bool isValid() const { return descriptor_ != iconv_t(-1); }
+
+    /// Fills `text`, which bounds the length; the iconv(3) error number, 0 on success.
+    int convert(const QByteArray& bytes, QString& text) {
+        iconv(descriptor_, nullptr, nullptr, nullptr, nullptr);
+        auto* in = const_cast<char*>(bytes.constData()); // iconv doesn't write there.
+        auto inLeft = static_cast<std::size_t>(bytes.size());
+        auto* out = reinterpret_cast<char*>(text.data());
+        auto outLeft = static_cast<std::size_t>(text.size()) * sizeof(QChar);
+        if (iconv(descriptor_, &in, &inLeft, &out, &outLeft) == std::size_t(-1) ||
+            iconv(descriptor_, nullptr, nullptr, &out, &outLeft) == std::size_t(-1))
+            return errno;
+        text.truncate(text.size() - static_cast<qsizetype>(outLeft / sizeof(QChar)));
+        return 0;
+    }
+
+private:
+    const iconv_t descriptor_;
+};
+
+} // namespace
+
+void wipe(QString& text) {
+    wipeBuffer(text);
+}
+void wipe(QByteArray& bytes) {
+    wipeBuffer(bytes);
+}
+
+QString textFromDefaultCString(const QByteArray& bytes) {
+    const auto cString = QByteArray::fromRawData(
+        bytes.constData(), static_cast<qsizetype>(qstrnlen(bytes.constData(), bytes.size())));
+    Converter converter(nl_langinfo(CODESET));
+    if (converter.isValid()) {
+        // One unit a byte suffices for all but a few encodings, whose characters have several code points.
+        for (qsizetype length = cString.size() + 1;; length *= 2) {
+            QString text(length, Qt::Uninitialized);
+            const int error = converter.convert(cString, text);
+            if (error == 0)
+                return text;
+            wipe(text);
+            if (error != E2BIG)
+                break;
+        }
+    }
+    return QString::fromLatin1(cString);
+}
+
+} // namespace platform
