@@ -8,7 +8,8 @@ template <typename Value>
 class AtomicProperty {
 public:
     AtomicProperty() = default;
-    explicit AtomicProperty(Value value) : value_(std::move(value)) {}
+    explicit AtomicProperty(Value value)
+        : value_(std::move(value)) {}
 
     Value get() const {
         const std::lock_guard lock(mutex_);

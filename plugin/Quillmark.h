@@ -299,8 +299,19 @@ private:
         change(exportProgress);
         unlockProgress();
     }
-    /// Connects the controls to their outlets, actions and properties.
+    /// What the progress record says while images are prepared.
+    static QString preparationMessage(std::size_t current, std::size_t total);
+
+    /// Loads the settings view; without effect where its interface file can't be loaded.
+    void loadSettingsView();
+
+    // plugin/SettingsWiring.cpp: outlets, actions and properties of the view.
     void connectOutlets(QWidget& view);
     void connectActions();
     void connectChoosers();
+    void connectListChooser(QComboBox* chooser, void (Quillmark::*changed)(),
+                            std::shared_ptr<RecordList> (Quillmark::*list)() const);
+    void connectCategoryText();
+    void connectColorspaceChooser();
+    void connectVisibility(QWidget& view);
 };
