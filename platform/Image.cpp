@@ -1,8 +1,7 @@
 #include "platform/Image.h"
 
 #include "platform/JPEGSegments.h"
-
-#include <vips/vips8>
+#include "platform/Pixels.h"
 
 #include <algorithm>
 #include <array>
@@ -17,65 +16,166 @@ using vips::VImage;
 
 namespace {
 
-/// The loaders that data is handed to: those of the formats that photographs come in.
-constexpr std::array<std::string_view, 5> kLoaders{
-    "VipsForeignLoadJpegBuffer", "VipsForeignLoadPngBuffer", "VipsForeignLoadTiffBuffer",
-    "VipsForeignLoadWebpBuffer", "VipsForeignLoadHeifBuffer"};
+constexpr char kLogDomain[] = "VIPS";
+
+constexpr std::string_view kJPEGLoader = "VipsForeignLoadJpegBuffer";
+constexpr std::string_view kPNGLoader = "VipsForeignLoadPngBuffer";
+constexpr std::string_view kTIFFLoader = "VipsForeignLoadTiffBuffer";
+constexpr std::string_view kWebPLoader = "VipsForeignLoadWebpBuffer";
+constexpr std::string_view kHEIFLoader = "VipsForeignLoadHeifBuffer";
+/// The only ones that data is handed to: those of the formats that photographs come in.
+constexpr std::array kLoaders{kJPEGLoader, kPNGLoader, kTIFFLoader, kWebPLoader, kHEIFLoader};
+
+/// What an image may measure. Most are decoded a few lines at a time, and only the time that it takes
+/// bounds them; the second bound is for those that a decoder holds in memory as a whole.
+constexpr std::uint64_t kMostPixels = std::uint64_t{1} << 30;
+constexpr std::uint64_t kMostPixelsInMemory = std::uint64_t{1} << 28;
+
+constexpr double kQualitySteps = 100;
+
+/// Frees what libvips keeps for the calling thread, which may be about to end.
+struct ThreadCleanup {
+    ~ThreadCleanup() { vips_thread_shutdown(); }
+};
+
+/// Damage that a decoder notices is an error, so that no half of a picture goes out as a whole one.
+vips::VOption* loadOptions() {
+    return VImage::option()->set("access", VIPS_ACCESS_SEQUENTIAL)->set("fail_on", VIPS_FAIL_ON_ERROR);
+}
+
+VImage load(const QByteArray& data, vips::VOption* options) {
+    return VImage::new_from_buffer(data.constData(), static_cast<std::size_t>(data.size()), "", options);
+}
+
+bool isDecodedAsAWhole(const VImage& header, std::string_view loader) {
+    return loader == kWebPLoader || loader == kHEIFLoader || header.get_typeof("interlaced") != 0;
+}
+
+bool isOfSaneSize(const VImage& header, std::string_view loader) {
+    const auto pixels =
+        static_cast<std::uint64_t>(header.width()) * static_cast<std::uint64_t>(header.height());
+    return pixels <= (isDecodedAsAWhole(header, loader) ? kMostPixelsInMemory : kMostPixels);
+}
+
+/// How much smaller a JPEG decoder may deliver the image right away: half of that is left to the better
+/// filter.
+int shrinkOnLoad(double reduction) {
+    for (const int shrink : {8, 4, 2}) {
+        if (reduction >= 2 * shrink)
+            return shrink;
+    }
+    return 1;
+}
+
+/// What the encoder calls quality: 1 to 100. Below that it would silently take another one.
+int encoderQuality(double quality) {
+    if (!(quality > 0)) // Also where it is not a number.
+        return 1;
+    return std::max(1, static_cast<int>(std::lround(std::min(quality, 1.0) * kQualitySteps)));
+}
+
+QByteArray bytesOf(VipsBlob* blob) {
+    std::size_t size = 0;
+    const auto* data = static_cast<const char*>(vips_blob_get(blob, &size));
+    QByteArray bytes(data, static_cast<qsizetype>(size));
+    vips_area_unref(VIPS_AREA(blob));
+    return bytes;
+}
+
+/// The encoder drops the profile along with all metadata, so the profile is put back.
+std::optional<QByteArray> encoded(const Pixels& pixels, double quality) {
+    const QByteArray jpeg = bytesOf(pixels.image().jpegsave_buffer(VImage::option()
+                                                                       ->set("Q", encoderQuality(quality))
+                                                                       ->set("optimize_coding", true)
+                                                                       ->set("strip", true)));
+    return pixels.profile() ? withICCProfile(jpeg, *pixels.profile()) : jpeg;
+}
+
+/// The result of `make`, or no value where libvips throws.
+template <typename Make>
+auto unlessItFails(Make&& make) -> decltype(make()) {
+    const ThreadCleanup cleanup;
+    try {
+        return make();
+    } catch (const vips::VError&) {
+        vips_error_clear();
+        return {};
+    }
+}
 
 } // namespace
 
 struct Image::Source {
     QByteArray data;
-    VImage header;
+    std::uint32_t width = 0;
+    std::uint32_t height = 0;
+    bool isJPEG = false;
 };
 
 void startImageLibrary() {
     static std::once_flag once;
     std::call_once(once, [] {
-        VIPS_INIT("quillmark");
+        // Damaged files would write thousands of warnings.
+        g_log_set_handler(
+            kLogDomain, G_LOG_LEVEL_MASK, [](const gchar*, GLogLevelFlags, const gchar*, gpointer) {},
+            nullptr);
+        if (VIPS_INIT("") != 0)
+            return;
         vips_block_untrusted_set(TRUE);
-        vips_cache_set_max(0);
-        g_log_set_handler("VIPS", G_LOG_LEVEL_MASK, [](const gchar*, GLogLevelFlags, const gchar*, gpointer) {}, nullptr);
+        vips_cache_set_max(0); // No image comes twice.
     });
 }
 
 std::unique_ptr<Image> Image::open(const QByteArray& data) {
     startImageLibrary();
-    const char* loader = vips_foreign_find_load_buffer(data.constData(), static_cast<std::size_t>(data.size()));
-    if (!loader || std::find(kLoaders.begin(), kLoaders.end(), loader) == kLoaders.end())
-        return nullptr;
-    try {
-        auto source = std::make_unique<Source>();
-        source->data = data;
-        source->header = VImage::new_from_buffer(data.constData(), static_cast<std::size_t>(data.size()), "[access=sequential,fail_on=error]");
-        return std::unique_ptr<Image>(new Image(std::move(source)));
-    } catch (const vips::VError&) {
+    const ThreadCleanup cleanup;
+    const char* found =
+        vips_foreign_find_load_buffer(data.constData(), static_cast<std::size_t>(data.size()));
+    const std::string_view loader = found ? found : "";
+    if (std::find(kLoaders.begin(), kLoaders.end(), loader) == kLoaders.end()) {
         vips_error_clear();
         return nullptr;
     }
+    return unlessItFails([&]() -> std::unique_ptr<Image> {
+        const VImage header = load(data, loadOptions());
+        if (!isOfSaneSize(header, loader))
+            return nullptr;
+        return std::unique_ptr<Image>(new Image(std::make_unique<Source>(
+            Source{data, static_cast<std::uint32_t>(header.width()),
+                   static_cast<std::uint32_t>(header.height()), loader == kJPEGLoader})));
+    });
 }
 
-Image::Image(std::unique_ptr<Source> source) : source_(std::move(source)) {}
-Image::~Image() = default;
-std::uint32_t Image::width() const { return static_cast<std::uint32_t>(source_->header.width()); }
-std::uint32_t Image::height() const { return static_cast<std::uint32_t>(source_->header.height()); }
+Image::Image(std::unique_ptr<Source> source)
+    : source_(std::move(source)) {}
 
-std::optional<QByteArray> Image::scaledJPEG(std::int32_t width, std::int32_t height, const ColorSpace& colorSpace,
-                                            double quality) const {
-    try {
-        VImage image = VImage::thumbnail_buffer(vips_blob_new(nullptr, source_->data.constData(), source_->data.size()), width, VImage::option()->set("height", height)->set("size", VIPS_SIZE_FORCE)->set("no_rotate", true)->set("option_string", "[fail_on=error]"));
-        VipsBlob* blob = image.jpegsave_buffer(VImage::option()->set("Q", int(std::lround(quality * 100)))->set("strip", true));
-        QByteArray jpeg(static_cast<const char*>(VIPS_AREA(blob)->data), qsizetype(VIPS_AREA(blob)->length));
-        vips_area_unref(VIPS_AREA(blob));
-        return withICCProfile(jpeg, colorSpace.iccProfile());
-    } catch (const vips::VError&) {
-        vips_error_clear();
+Image::~Image() = default;
+
+std::uint32_t Image::width() const {
+    return source_->width;
+}
+
+std::uint32_t Image::height() const {
+    return source_->height;
+}
+
+std::optional<QByteArray> Image::scaledJPEG(std::int32_t width, std::int32_t height,
+                                            const ColorSpace& colorSpace, double quality) const {
+    if (width < 1 || height < 1)
         return std::nullopt;
-    }
+    return unlessItFails([&] {
+        vips::VOption* options = loadOptions();
+        if (source_->isJPEG)
+            options->set("shrink", shrinkOnLoad(std::min(double(source_->width) / width,
+                                                         double(source_->height) / height)));
+        const Pixels pixels = Pixels(load(source_->data, options)).scaledTo(width, height);
+        return encoded(pixels.convertedTo(colorSpace), quality);
+    });
 }
 
 std::optional<QByteArray> Image::asJPEG(double quality) const {
-    return scaledJPEG(int(width()), int(height()), *ColorSpace::sRGB(), quality);
+    return unlessItFails(
+        [&] { return encoded(Pixels(load(source_->data, loadOptions())).withEightBits(), quality); });
 }
 
 } // namespace platform

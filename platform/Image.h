@@ -34,8 +34,8 @@ public:
     /// The image drawn into exactly `width` by `height` pixels, 8-bit RGB in `colorSpace` (whose
     /// profile is embedded), alpha flattened over white, as a JPEG without any metadata; without a
     /// value where the data can't be decoded whole.
-    std::optional<QByteArray> scaledJPEG(std::int32_t width, std::int32_t height, const ColorSpace& colorSpace,
-                                         double quality) const;
+    std::optional<QByteArray> scaledJPEG(std::int32_t width, std::int32_t height,
+                                         const ColorSpace& colorSpace, double quality) const;
     /// The image in its own size and colour space (own profile embedded), 8 bits per component, else as
     /// `scaledJPEG`. `quality` is between 0 and 1, the best.
     std::optional<QByteArray> asJPEG(double quality) const;

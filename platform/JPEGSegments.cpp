@@ -21,7 +21,8 @@ constexpr qsizetype kBytesPerSegment = kLongestSegment - kICCHeaderSize;
 constexpr qsizetype kMostSegments = 255;
 
 bool markerStands(const QByteArray& jpeg, qsizetype position, const char* marker) {
-    return jpeg.size() >= position + kMarkerSize && jpeg[position] == marker[0] && jpeg[position + 1] == marker[1];
+    return jpeg.size() >= position + kMarkerSize && jpeg[position] == marker[0] &&
+           jpeg[position + 1] == marker[1];
 }
 
 /// Where the ICC segments go; JFIF's segment has to come before any other.
@@ -54,8 +55,10 @@ std::optional<QByteArray> withICCProfile(const QByteArray& jpeg, const QByteArra
     out.reserve(jpeg.size() + profile.size() + count * (kMarkerSize + kICCHeaderSize));
     out.append(QByteArrayView(jpeg).first(split));
     for (qsizetype i = 0; i < count; ++i)
-        appendSegment(out, QByteArrayView(profile).sliced(i * kBytesPerSegment).first(
-                               std::min(kBytesPerSegment, profile.size() - i * kBytesPerSegment)),
+        appendSegment(out,
+                      QByteArrayView(profile)
+                          .sliced(i * kBytesPerSegment)
+                          .first(std::min(kBytesPerSegment, profile.size() - i * kBytesPerSegment)),
                       i + 1, count);
     out.append(QByteArrayView(jpeg).sliced(split));
     return out;
