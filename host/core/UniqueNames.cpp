@@ -7,7 +7,9 @@ namespace host {
 namespace {
 
 /// What two stems have in common that a file system without letter cases takes for one name.
-QString key(const QString& stem) { return stem.toCaseFolded(); }
+QString key(const QString& stem) {
+    return stem.toCaseFolded();
+}
 
 } // namespace
 
