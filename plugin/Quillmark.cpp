@@ -84,7 +84,6 @@ Quillmark::Quillmark(std::shared_ptr<const Environment> surroundings)
     hideEventControls_ = true;
     hidePricingControls_ = true;
     imageQuality = kInitialImageQuality;
-    setChosenEvent(std::nullopt);
     tempDirectoryPath = formattedText(kTemporaryFolderFormat, {platform::temporaryFolder()});
 }
 

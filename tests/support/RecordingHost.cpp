@@ -20,9 +20,9 @@ struct MemoryItem : hostapi::CredentialItem {
 
 } // namespace
 
-hostapi::CredentialStatus MemoryCredentials::findInternetPassword(const hostapi::InternetPassword& attributes,
-                                                                  QByteArray* password,
-                                                                  std::shared_ptr<hostapi::CredentialItem>* item) {
+hostapi::CredentialStatus
+MemoryCredentials::findInternetPassword(const hostapi::InternetPassword& attributes, QByteArray* password,
+                                        std::shared_ptr<hostapi::CredentialItem>* item) {
     const std::lock_guard lock(mutex);
     if (failFind != hostapi::kCredentialSuccess)
         return failFind;
@@ -41,9 +41,10 @@ hostapi::CredentialStatus MemoryCredentials::findInternetPassword(const hostapi:
     return hostapi::kCredentialItemNotFound;
 }
 
-hostapi::CredentialStatus MemoryCredentials::addInternetPassword(const hostapi::InternetPassword& attributes,
-                                                                 const QByteArray& password,
-                                                                 std::shared_ptr<hostapi::CredentialItem>* item) {
+hostapi::CredentialStatus
+MemoryCredentials::addInternetPassword(const hostapi::InternetPassword& attributes,
+                                       const QByteArray& password,
+                                       std::shared_ptr<hostapi::CredentialItem>* item) {
     const std::lock_guard lock(mutex);
     if (failAdd != hostapi::kCredentialSuccess)
         return failAdd;
@@ -60,7 +61,8 @@ hostapi::CredentialStatus MemoryCredentials::addInternetPassword(const hostapi::
     return hostapi::kCredentialSuccess;
 }
 
-hostapi::CredentialStatus MemoryCredentials::modifyItem(hostapi::CredentialItem& item, const QByteArray& account,
+hostapi::CredentialStatus MemoryCredentials::modifyItem(hostapi::CredentialItem& item,
+                                                        const QByteArray& account,
                                                         const QByteArray& password) {
     const std::lock_guard lock(mutex);
     if (failModify != hostapi::kCredentialSuccess)
@@ -77,7 +79,8 @@ QString MemoryCredentials::messageForStatus(hostapi::CredentialStatus status) {
 
 class RecordingHost::ExportManager final : public hostapi::ApertureExportManager {
 public:
-    explicit ExportManager(RecordingHost& host) : host_(host) {}
+    explicit ExportManager(RecordingHost& host)
+        : host_(host) {}
     std::shared_ptr<hostapi::PROAPIObject> apiForProtocol(QLatin1String protocol) override {
         return host_.apiForProtocol(protocol);
     }
@@ -93,26 +96,35 @@ private:
     RecordingHost& host_;
 };
 
-RecordingHost::RecordingHost() { useService({}); }
+RecordingHost::RecordingHost() {
+    useService({});
+}
 
-RecordingHost::~RecordingHost() { QFile::remove(configurationFile_); }
+RecordingHost::~RecordingHost() {
+    QFile::remove(configurationFile_);
+}
 
-QString RecordingHost::defaultBundlePath() { return QStringLiteral(QUILLMARK_BUNDLE_DIR); }
+QString RecordingHost::defaultBundlePath() {
+    return QStringLiteral(QUILLMARK_BUNDLE_DIR);
+}
 
-std::shared_ptr<Quillmark> RecordingHost::makePlugIn(const QString& bundlePath) {
+std::shared_ptr<Quillmark> RecordingHost::makePlugIn(const QString& bundlePath, QString* error) {
     qputenv("QUILLMARK_SERVICE_CONFIG", QFile::encodeName(configurationFile_));
-    return Quillmark::initWithAPIManager(this, bundlePath, nullptr);
+    return Quillmark::initWithAPIManager(this, bundlePath, error);
 }
 
 QString RecordingHost::useService(const QString& connectTo, const QString& caFile, const QString& ftpSecurity,
                                   int idleTimeout) {
     if (configurationFile_.isEmpty())
-        configurationFile_ =
-            QDir::tempPath() + QLatin1Char('/') + QUuid::createUuid().toString(QUuid::WithoutBraces) + QStringLiteral(".ini");
+        configurationFile_ = QDir::tempPath() + QLatin1Char('/') +
+                             QUuid::createUuid().toString(QUuid::WithoutBraces) + QStringLiteral(".ini");
     QFile file(configurationFile_);
     if (file.open(QIODevice::WriteOnly)) {
-        QString text = QStringLiteral("[service]\nwebHost=www.quillmark.example\nftpHost=ftp.quillmark.example\n[transport]\n");
-        text += QStringLiteral("connectTo=\"%1\"\ncaFile=%2\nidleTimeout=%3\n").arg(connectTo, caFile).arg(idleTimeout);
+        QString text = QStringLiteral(
+            "[service]\nwebHost=www.quillmark.example\nftpHost=ftp.quillmark.example\n[transport]\n");
+        text += QStringLiteral("connectTo=\"%1\"\ncaFile=%2\nidleTimeout=%3\n")
+                    .arg(connectTo, caFile)
+                    .arg(idleTimeout);
         if (!ftpSecurity.isEmpty())
             text += QStringLiteral("ftpSecurity=%1\n").arg(ftpSecurity);
         file.write(text.toUtf8());
@@ -130,26 +142,39 @@ QStringList RecordingHost::calls() const {
     return calls_;
 }
 
-int RecordingHost::count(const QString& call) const { return static_cast<int>(calls().count(call)); }
+int RecordingHost::count(const QString& call) const {
+    return static_cast<int>(calls().count(call));
+}
 
 QVariantMap RecordingHost::defaults() const {
     const std::lock_guard lock(mutex_);
     return defaults_;
 }
 
+int RecordingHost::defaultsRead() const {
+    const std::lock_guard lock(mutex_);
+    return defaultsRead_;
+}
+
 std::shared_ptr<hostapi::PROAPIObject> RecordingHost::apiForProtocol(QLatin1String protocol) {
     if (protocol == hostapi::ApertureExportManager::kProtocol && offersExportManager)
         return std::make_shared<ExportManager>(*this);
-    if (protocol == hostapi::HostServices::kProtocol)
-        return std::shared_ptr<hostapi::PROAPIObject>(std::shared_ptr<void>(), static_cast<hostapi::HostServices*>(this));
+    if (protocol == hostapi::HostServices::kProtocol && offersHostServices)
+        return std::shared_ptr<hostapi::PROAPIObject>(std::shared_ptr<void>(),
+                                                      static_cast<hostapi::HostServices*>(this));
     return nullptr;
 }
 
-void RecordingHost::runModal(const hostapi::Alert& alert) { recordAlert({alert, false}); }
-void RecordingHost::beginSheet(const hostapi::Alert& alert, QWidget*) { recordAlert({alert, true}); }
+void RecordingHost::runModal(const hostapi::Alert& alert) {
+    recordAlert({alert, false, nullptr});
+}
+void RecordingHost::beginSheet(const hostapi::Alert& alert, QWidget* window) {
+    recordAlert({alert, true, window});
+}
 
 QVariant RecordingHost::value(QLatin1String key) {
     const std::lock_guard lock(mutex_);
+    ++defaultsRead_;
     return defaults_.value(key);
 }
 
@@ -163,15 +188,27 @@ void RecordingHost::remove(QLatin1String key) {
     defaults_.remove(key);
 }
 
-void RecordingHost::imagePrepared(std::uint32_t index, const QString&) { record(QStringLiteral("imagePrepared %1").arg(index)); }
-void RecordingHost::imageLeftOut(std::uint32_t index) { record(QStringLiteral("imageLeftOut %1").arg(index)); }
+void RecordingHost::imagePrepared(std::uint32_t index, const QString&) {
+    record(QStringLiteral("imagePrepared %1").arg(index));
+}
+void RecordingHost::imageLeftOut(std::uint32_t index) {
+    record(QStringLiteral("imageLeftOut %1").arg(index));
+}
 void RecordingHost::imageUploaded(const QString& path) {
     record(QStringLiteral("imageUploaded ") + QFileInfo(path).fileName());
 }
-void RecordingHost::listsCouldNotBeLoaded() { record(QStringLiteral("listsCouldNotBeLoaded")); }
-void RecordingHost::folderChainEnded(bool complete) { record(QStringLiteral("folderChainEnded %1").arg(int(complete))); }
-void RecordingHost::uploadEnded(bool complete) { record(QStringLiteral("uploadEnded %1").arg(int(complete))); }
-void RecordingHost::finishingRequestUnanswered() { record(QStringLiteral("finishingRequestUnanswered")); }
+void RecordingHost::listsCouldNotBeLoaded() {
+    record(QStringLiteral("listsCouldNotBeLoaded"));
+}
+void RecordingHost::folderChainEnded(bool complete) {
+    record(QStringLiteral("folderChainEnded %1").arg(int(complete)));
+}
+void RecordingHost::uploadEnded(bool complete) {
+    record(QStringLiteral("uploadEnded %1").arg(int(complete)));
+}
+void RecordingHost::finishingRequestUnanswered() {
+    record(QStringLiteral("finishingRequestUnanswered"));
+}
 
 void RecordingHost::record(const QString& call) {
     {

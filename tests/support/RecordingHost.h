@@ -17,12 +17,14 @@ namespace test_support {
 struct ShownAlert {
     hostapi::Alert alert;
     bool isSheet = false;
+    QWidget* window = nullptr; ///< What a sheet was attached to; never looked into.
 };
 
 /// Credentials in memory, with a status to answer at will.
 class MemoryCredentials : public hostapi::CredentialStore {
 public:
-    hostapi::CredentialStatus findInternetPassword(const hostapi::InternetPassword& attributes, QByteArray* password,
+    hostapi::CredentialStatus findInternetPassword(const hostapi::InternetPassword& attributes,
+                                                   QByteArray* password,
                                                    std::shared_ptr<hostapi::CredentialItem>* item) override;
     hostapi::CredentialStatus addInternetPassword(const hostapi::InternetPassword& attributes,
                                                   const QByteArray& password,
@@ -36,7 +38,8 @@ public:
         QByteArray password;
     };
     std::vector<std::shared_ptr<Entry>> entries;
-    hostapi::CredentialStatus failAdd = hostapi::kCredentialSuccess;    ///< Unless success: what additions answer.
+    hostapi::CredentialStatus failAdd =
+        hostapi::kCredentialSuccess; ///< Unless success: what additions answer.
     hostapi::CredentialStatus failModify = hostapi::kCredentialSuccess; ///< Likewise for modifications.
     hostapi::CredentialStatus failFind = hostapi::kCredentialSuccess;   ///< Likewise for lookups.
     std::recursive_mutex mutex;
@@ -51,8 +54,9 @@ public:
     RecordingHost();
     ~RecordingHost() override;
 
-    /// A plug-in of the built bundle (or of `bundlePath`) with the service at `configuration`.
-    std::shared_ptr<Quillmark> makePlugIn(const QString& bundlePath = defaultBundlePath());
+    /// A plug-in of the built bundle (or of `bundlePath`) with the service that `useService` set.
+    std::shared_ptr<Quillmark> makePlugIn(const QString& bundlePath = defaultBundlePath(),
+                                          QString* error = nullptr);
     static QString defaultBundlePath();
     /// Writes the configuration that plug-ins made from now on read, and returns the file's path.
     QString useService(const QString& connectTo, const QString& caFile = {}, const QString& ftpSecurity = {},
@@ -62,26 +66,31 @@ public:
     std::uint32_t imageCount = 1;
     std::vector<QVariantMap> properties; ///< By image index.
     bool offersExportManager = true;
-    bool usesDesktopAlerts = false;      ///< Real alerts of the desktop in place of recorded ones.
-    bool usesDesktopCredentials = false; ///< The desktop's keyring in place of `credentials`.
+    bool usesDesktopAlerts = false;                 ///< Real alerts of the desktop in place of recorded ones.
+    bool usesDesktopCredentials = false;            ///< The desktop's keyring in place of `credentials`.
+    bool offersHostServices = true;                 ///< False: everything is the desktop's.
     std::function<void(const ShownAlert&)> onAlert; ///< Called inside each recorded alert, on its thread.
     std::function<void(const QString&)> onCall;     ///< Called with each entry of `calls`, on its thread.
     MemoryCredentials credentials;
 
     // What a test reads. Copies: entries may come from any thread.
     std::vector<ShownAlert> alerts() const;
-    /// What happened, in order: "shouldBeginExport", "shouldCancelExport", "shouldFinishExport", "alert MESSAGE",
-    /// "sheet MESSAGE", "imagePrepared N", "imageLeftOut N", "imageUploaded FILENAME", "listsCouldNotBeLoaded",
-    /// "folderChainEnded 0|1", "uploadEnded 0|1", "finishingRequestUnanswered".
+    /// What happened, in order: "shouldBeginExport", "shouldCancelExport", "shouldFinishExport", "alert
+    /// MESSAGE", "sheet MESSAGE", "imagePrepared N", "imageLeftOut N", "imageUploaded FILENAME",
+    /// "listsCouldNotBeLoaded", "folderChainEnded 0|1", "uploadEnded 0|1", "finishingRequestUnanswered".
     QStringList calls() const;
     int count(const QString& call) const;
     QVariantMap defaults() const;
+    /// How often the plug-in has read a default.
+    int defaultsRead() const;
 
     // PROAPIObject
     std::shared_ptr<hostapi::PROAPIObject> apiForProtocol(QLatin1String protocol) override;
     // HostServices
     hostapi::AlertPresenter* alertPresenter() override { return usesDesktopAlerts ? nullptr : this; }
-    hostapi::CredentialStore* credentialStore() override { return usesDesktopCredentials ? nullptr : &credentials; }
+    hostapi::CredentialStore* credentialStore() override {
+        return usesDesktopCredentials ? nullptr : &credentials;
+    }
     hostapi::DefaultsStore* defaultsStore() override { return this; }
     hostapi::ExportObserver* observer() override { return this; }
     // AlertPresenter
@@ -109,6 +118,7 @@ private:
     std::vector<ShownAlert> alerts_;
     QStringList calls_;
     QVariantMap defaults_;
+    int defaultsRead_ = 0;
     QString configurationFile_;
 };
 

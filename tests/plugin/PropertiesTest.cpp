@@ -1,0 +1,129 @@
+// The properties: values that threads share as a whole, and setters that notify.
+
+#include "platform/RunLoop.h"
+#include "tests/support/RecordingHost.h"
+#include "tests/support/Waiting.h"
+
+#include <QtTest/QSignalSpy>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+using test_support::RecordingHost;
+using test_support::waitUntil;
+
+namespace {
+
+class Properties : public testing::Test {
+protected:
+    Properties() { plugIn = host.makePlugIn(); }
+
+    static std::shared_ptr<RecordList> listOf(int count) {
+        auto list = std::make_shared<RecordList>();
+        for (int i = 0; i < count; ++i) {
+            list->push_back(std::make_shared<Record>());
+            list->back()->setText(kNameKey, QStringLiteral("Name %1").arg(i));
+        }
+        return list;
+    }
+
+    RecordingHost host;
+    std::shared_ptr<Quillmark> plugIn;
+};
+
+} // namespace
+
+TEST_F(Properties, EachSetterStoresAndNotifies) {
+    const auto notifies = [this](auto signal, const auto& set) {
+        QSignalSpy spy(plugIn.get(), signal);
+        set();
+        set();
+        return spy.size() == 2;
+    };
+    const auto list = listOf(1);
+    EXPECT_TRUE(notifies(&Quillmark::eventListChanged, [&] { plugIn->setEventList(list); }));
+    EXPECT_EQ(plugIn->eventList(), list);
+    EXPECT_TRUE(notifies(&Quillmark::categoryListChanged, [&] { plugIn->setCategoryList(list); }));
+    EXPECT_EQ(plugIn->categoryList(), list);
+    EXPECT_TRUE(notifies(&Quillmark::pricingListChanged, [&] { plugIn->setPricingList(list); }));
+    EXPECT_EQ(plugIn->pricingList(), list);
+    EXPECT_TRUE(
+        notifies(&Quillmark::chosenCategoryChanged, [&] { plugIn->setChosenCategory(QStringLiteral("C")); }));
+    EXPECT_EQ(plugIn->chosenCategory(), QStringLiteral("C"));
+    EXPECT_TRUE(
+        notifies(&Quillmark::chosenEventIdChanged, [&] { plugIn->setChosenEventId(QStringLiteral("E")); }));
+    EXPECT_EQ(plugIn->chosenEventId(), QStringLiteral("E"));
+    EXPECT_TRUE(notifies(&Quillmark::chosenPricingIdChanged,
+                         [&] { plugIn->setChosenPricingId(QStringLiteral("P")); }));
+    EXPECT_EQ(plugIn->chosenPricingId(), QStringLiteral("P"));
+    EXPECT_TRUE(notifies(&Quillmark::hideEventControlsChanged, [&] { plugIn->setHideEventControls(false); }));
+    EXPECT_FALSE(plugIn->hideEventControls());
+    EXPECT_TRUE(
+        notifies(&Quillmark::hidePricingControlsChanged, [&] { plugIn->setHidePricingControls(false); }));
+    EXPECT_FALSE(plugIn->hidePricingControls());
+}
+
+TEST_F(Properties, AnAbsentValueIsNotAnEmptyOne) {
+    plugIn->setChosenCategory(QString());
+    EXPECT_TRUE(plugIn->chosenCategory().has_value());
+    plugIn->setChosenCategory(std::nullopt);
+    EXPECT_FALSE(plugIn->chosenCategory().has_value());
+    plugIn->setEventList(nullptr);
+    EXPECT_EQ(plugIn->eventList(), nullptr);
+}
+
+TEST_F(Properties, ThePlainOnesAssign) {
+    plugIn->setThreadLaunched(true);
+    plugIn->setShouldCancelExport(true);
+    plugIn->setDoResizeImages(true);
+    plugIn->setAutoCreateCategories(true);
+    EXPECT_TRUE(plugIn->threadLaunched());
+    EXPECT_TRUE(plugIn->shouldCancelExport());
+    EXPECT_TRUE(plugIn->doResizeImages());
+    EXPECT_TRUE(plugIn->autoCreateCategories());
+    plugIn->setChosenEvent(QStringLiteral("event"));
+    EXPECT_EQ(plugIn->chosenEvent(), QStringLiteral("event"));
+}
+
+TEST_F(Properties, GettersAndSettersOnDifferentThreadsSeeWholeValues) {
+    const auto one = listOf(1);
+    const auto two = listOf(2);
+    plugIn->setEventList(one);
+    std::atomic<bool> stop{false};
+    std::thread setter([&] {
+        for (int i = 0; i < 2000; ++i) {
+            plugIn->setEventList(i % 2 ? one : two);
+            plugIn->setChosenEventId(i % 2 ? QStringLiteral("1") : QStringLiteral("22"));
+        }
+        stop = true;
+    });
+    bool onlyWholeValues = true;
+    while (!stop) {
+        const auto list = plugIn->eventList();
+        const auto id = plugIn->chosenEventId();
+        onlyWholeValues = onlyWholeValues && (list == one || list == two) &&
+                          (!id || *id == QStringLiteral("1") || *id == QStringLiteral("22"));
+    }
+    setter.join();
+    EXPECT_TRUE(onlyWholeValues);
+}
+
+TEST_F(Properties, AListSetByAWorkerIsInItsChooserBeforeWhatTheWorkerPostsNext) {
+    ASSERT_NE(plugIn->settingsView(), nullptr);
+    int events = -1;
+    int templates = -1;
+    std::thread([&] {
+        plugIn->setEventList(listOf(3));
+        plugIn->setPricingList(listOf(2));
+        platform::RunLoop::main()->post([&] {
+            events = plugIn->eventChooser->count();
+            templates = plugIn->pricingChooser->count();
+        });
+    }).join();
+    EXPECT_EQ(plugIn->eventChooser->count(), 0) << "a widget is only touched by the main thread";
+    ASSERT_TRUE(waitUntil([&] { return templates >= 0; }));
+    EXPECT_EQ(events, 3);
+    EXPECT_EQ(templates, 2);
+}
