@@ -2,7 +2,12 @@
 
 QString formattedText(const QString& format, std::initializer_list<std::optional<QString>> values) {
     static constexpr QLatin1String kPlaceholder{"%@"};
+    // In one piece: a text that grew would leave parts of a password behind.
+    qsizetype length = format.size();
+    for (const auto& value : values)
+        length += value ? value->size() : kAbsentText.size();
     QString text;
+    text.reserve(length);
     qsizetype position = 0;
     for (const auto& value : values) {
         const qsizetype placeholder = format.indexOf(kPlaceholder, position);
@@ -12,5 +17,6 @@ QString formattedText(const QString& format, std::initializer_list<std::optional
         text += value ? *value : QString(kAbsentText);
         position = placeholder + kPlaceholder.size();
     }
-    return text + QStringView(format).mid(position);
+    text += QStringView(format).mid(position);
+    return text;
 }

@@ -11,14 +11,17 @@
 /// as "(null)".
 namespace service_requests {
 
-QString login(const QString& webHost, const std::optional<QString>& user, const std::optional<QString>& password);
-QString eventList(const QString& webHost, const std::optional<QString>& uid, const std::optional<QString>& pwd);
-QString categoryList(const QString& webHost, const std::optional<QString>& uid, const std::optional<QString>& pwd,
-                     const std::optional<QString>& eventId);
-QString finishing(const QString& webHost, const std::optional<QString>& uid, const std::optional<QString>& pwd,
-                  const std::optional<QString>& eventId, const std::optional<QString>& pricingId);
+QString login(const QString& webHost, const std::optional<QString>& user, const std::optional<QString>& pwd);
+QString eventList(const QString& webHost, const std::optional<QString>& uid,
+                  const std::optional<QString>& pwd);
+QString categoryList(const QString& webHost, const std::optional<QString>& uid,
+                     const std::optional<QString>& pwd, const std::optional<QString>& eid);
+QString finishing(const QString& webHost, const std::optional<QString>& uid,
+                  const std::optional<QString>& pwd, const std::optional<QString>& id,
+                  const std::optional<QString>& pptid);
 
 } // namespace service_requests
 
-/// Sends a request and waits. The body of an accepted answer: non-empty, with status exactly 200.
-std::optional<QByteArray> acceptedAnswer(platform::URLLoader& loader, const QString& urlText);
+/// Sends a request and waits. The body of an accepted answer: non-empty, with status exactly 200. The
+/// text, which holds a password, is wiped.
+std::optional<QByteArray> acceptedAnswer(platform::URLLoader& loader, QString urlText);
