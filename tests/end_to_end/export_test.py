@@ -47,7 +47,7 @@ class SandboxExport(unittest.TestCase):
                              "--resize", "1280x1280", *files)
         self.assertEqual(export.status, 0, export)
         self.assertEqual(export.end, {"event": "end", "outcome": "finished", "status": 0})
-        arrived = {entry["file"]: entry for entry in self.sandbox.photographs()}
+        arrived = {entry["name"]: entry for entry in self.sandbox.photographs()}
         for index, (_, size) in enumerate(sizes):
             entry = arrived[f"{index:02}.jpg"]
             self.assertEqual((entry["width"], entry["height"]), size)
@@ -59,14 +59,14 @@ class SandboxExport(unittest.TestCase):
         files = [photograph(self.photographs / "wide.jpg", 1281, 100), photograph(self.photographs / "small.jpg", 900, 900)]
         export = self.export("--event", "77", "--category", "Party", "--resize", "2560x2560", *files)
         self.assertEqual(export.status, 0, export)
-        arrived = {entry["file"]: (entry["width"], entry["height"]) for entry in self.sandbox.photographs()}
+        arrived = {entry["name"]: (entry["width"], entry["height"]) for entry in self.sandbox.photographs()}
         self.assertEqual(arrived, {"wide.jpg": (2560, 199), "small.jpg": (900, 900)})
 
     def test_equal_stems_arrive_as_two_files(self):
         files = [photograph(self.photographs / name, 300, 200) for name in ("a.tif", "a.png")]
         export = self.export("--event", "77", "--category", "Ceremony", *files)
         self.assertEqual(export.status, 0, export)
-        self.assertEqual(sorted(entry["file"] for entry in self.sandbox.photographs()), ["a-2.jpg", "a.jpg"])
+        self.assertEqual(sorted(entry["name"] for entry in self.sandbox.photographs()), ["a-2.jpg", "a.jpg"])
 
     def test_the_service_is_asked_once_for_the_event_and_its_answer_is_shown(self):
         export = self.export("--event", "Smith Wedding", "--category", "Ceremony", photograph(self.photographs / "a.jpg", 50, 50))
@@ -84,7 +84,7 @@ class SandboxExport(unittest.TestCase):
         files = [photograph(self.here / project / "a b.jpg", 60, 40) for project in ("Zürich #1", "Paris")]
         export = self.export("--event", "Nöçtürne & <Friends>", "--auto-categories", *files)
         self.assertEqual(export.status, 0, export)
-        arrived = sorted((entry["category"], entry["file"]) for entry in self.sandbox.photographs())
+        arrived = sorted((entry["category"], entry["name"]) for entry in self.sandbox.photographs())
         self.assertEqual(arrived, [("Paris", "a b-2.jpg"), ("Zürich #1", "a b.jpg")])
 
     def test_a_typed_category_is_made(self):
@@ -100,7 +100,7 @@ class SandboxExport(unittest.TestCase):
         self.assertEqual(export.status, 6, export)
         self.assertEqual(export.end["outcome"], "partial")
         self.assertIn("broken.jpg", export.stderr)
-        self.assertEqual([entry["file"] for entry in self.sandbox.photographs()], ["whole.jpg"])
+        self.assertEqual([entry["name"] for entry in self.sandbox.photographs()], ["whole.jpg"])
         outcomes = {line["source"]: line["outcome"] for line in export.events("image")}
         self.assertEqual(outcomes, {"broken.jpg": "skipped", "whole.jpg": "prepared"})
 
@@ -152,7 +152,7 @@ class SandboxExport(unittest.TestCase):
         self.assertEqual(lists["pricingTemplates"][0], {"id": "5", "name": "Standard"})
 
     def download(self, entry: dict) -> bytes:
-        url = self.sandbox.gallery.rstrip("/") + entry["url"]
+        url = self.sandbox.gallery.rstrip("/") + entry["path"]
         with urllib.request.urlopen(url, timeout=10) as answer:
             data = answer.read()
         self.assertEqual(hashlib.sha256(data).hexdigest(), entry["sha256"])
