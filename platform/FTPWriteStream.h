@@ -24,9 +24,9 @@ enum StreamEvent : unsigned {
 
 using StreamErrorDomain = std::int64_t;
 inline constexpr StreamErrorDomain kStreamErrorDomainNone = 0;
-inline constexpr StreamErrorDomain kStreamErrorDomainPOSIX = 1;     ///< The code is an errno value.
-inline constexpr StreamErrorDomain kStreamErrorDomainFTP = 6;       ///< The code is the server's reply code.
-inline constexpr StreamErrorDomain kStreamErrorDomainNetDB = 12;    ///< A host name was not found.
+inline constexpr StreamErrorDomain kStreamErrorDomainPOSIX = 1;      ///< The code is an errno value.
+inline constexpr StreamErrorDomain kStreamErrorDomainFTP = 6;        ///< The code is the server's reply code.
+inline constexpr StreamErrorDomain kStreamErrorDomainNetDB = 12;     ///< A host name was not found.
 inline constexpr StreamErrorDomain kStreamErrorDomainTransport = 13; ///< The code is libcurl's CURLcode.
 
 struct StreamError {
@@ -48,13 +48,13 @@ struct StreamClientContext {
 
 /// A connection that makes one folder or sends one file, over libcurl.
 ///
-/// A URL that ends in "/" makes that folder on open: end-encountered where it was made,
-/// error-occurred with the server's code where it was not. Any other URL uploads a file: after
-/// open-completed, can-accept-bytes comes whenever `write` can take bytes. With `expectedLength`
-/// set, the can-accept-bytes event that follows the last byte comes only after the server has
-/// confirmed the file with its closing 2xx reply; a refusal, at whatever point, is error-occurred with
-/// `kStreamErrorDomainFTP` and the server's code. Nothing comes after error-occurred,
-/// end-encountered or `close`.
+/// A URL that ends in "/" makes that folder on open: open-completed and end-encountered where it was made,
+/// error-occurred with the server's code where it was not. Any other URL uploads a file, whose
+/// `expectedLength` must be set: after open-completed, can-accept-bytes comes whenever `write` can take
+/// bytes. The can-accept-bytes event that follows the last byte comes only after the server has confirmed the
+/// file with its closing 2xx reply; a refusal, at whatever point, is error-occurred with
+/// `kStreamErrorDomainFTP` and the server's code. Time-outs and refused connections are
+/// `kStreamErrorDomainPOSIX`. Nothing comes after error-occurred, end-encountered or `close`.
 ///
 /// All streams of the process share one I/O thread and, one after the other, one control connection to
 /// a server. Use a stream on the thread that it is scheduled on; only `wakeOpenStreams` is for all.
@@ -63,8 +63,9 @@ public:
     /// Bytes that a stream holds before it has sent them: little, so that progress stays honest.
     static constexpr std::size_t kBufferSize = 256 * 1024;
 
-    /// Makes a stream for a percent-escaped "ftp://host:port/path" text. None where it is no such URL,
-    /// has no host, or a path component is ".", ".." or holds a control character.
+    /// Makes a stream for a percent-escaped "ftp://host:port/path" text, its path counted from the login
+    /// folder. None where it is no such URL, has no host or no path, is not UTF-8, or a path component is
+    /// ".", ".." or holds a control character.
     static std::shared_ptr<FTPWriteStream> create(const QString& url, const Transport& transport);
 
     /// Percent-escapes, as UTF-8, everything but unreserved characters and "/" behind the host and port
@@ -75,7 +76,8 @@ public:
     FTPWriteStream(const FTPWriteStream&) = delete;
     FTPWriteStream& operator=(const FTPWriteStream&) = delete;
 
-    // Before `open`. Control characters in the credentials fail the open.
+    // Before `open`. Control characters in the credentials fail the open. Without a user name (or with an
+    // empty one) the login is anonymous.
     void setUserName(const QString& userName);
     void setPassword(const QString& password);
     void setExpectedLength(std::uint64_t bytes);
@@ -86,7 +88,7 @@ public:
     void schedule(const std::shared_ptr<RunLoop>& runLoop);
     void unschedule(const std::shared_ptr<RunLoop>& runLoop);
 
-    /// Starts the transfer. False, with `error`, where it can't even start.
+    /// Starts the transfer. False, with `error`, where it can't even start; no event comes then.
     bool open();
     /// Takes what fits into the buffer and returns its count; 0 where it is full, -1 after an error or
     /// before open-completed.
@@ -100,9 +102,9 @@ public:
     static void wakeOpenStreams();
 
 private:
-    class Transfer;
-    FTPWriteStream();
-    std::shared_ptr<Transfer> transfer_;
+    class Channel;
+    explicit FTPWriteStream(std::shared_ptr<Channel> channel);
+    const std::shared_ptr<Channel> channel_;
 };
 
 } // namespace platform

@@ -34,11 +34,17 @@ struct Work {
 /// The pending work of a loop, and the QObject in its thread that is woken for each piece.
 class RunLoop::Inbox {
 public:
-    explicit Inbox(QThread* thread) : thread_(thread), waker_(std::make_unique<QObject>()) {
+    explicit Inbox(QThread* thread)
+        : thread_(thread)
+        , waker_(std::make_unique<QObject>()) {
         waker_->moveToThread(thread);
     }
 
-    bool isCurrent() const { return QThread::currentThread() == thread_; }
+    /// A thread that has ended is nobody's, also where a new one has got its address.
+    bool isCurrent() const {
+        const std::lock_guard lock(mutex_);
+        return waker_ && QThread::currentThread() == thread_;
+    }
 
     void add(const std::shared_ptr<Inbox>& self, std::shared_ptr<Work> work) {
         {
@@ -47,7 +53,8 @@ public:
                 pending_.push_back(std::move(work));
                 // The payload stays in the guarded queue: the event itself carries nothing that two
                 // threads would share.
-                QMetaObject::invokeMethod(waker_.get(), [self] { self->runNext(); }, Qt::QueuedConnection);
+                QMetaObject::invokeMethod(
+                    waker_.get(), [self] { self->runNext(); }, Qt::QueuedConnection);
                 return;
             }
         }
@@ -82,7 +89,7 @@ private:
     }
 
     QThread* const thread_;
-    std::mutex mutex_;
+    mutable std::mutex mutex_;
     std::deque<std::shared_ptr<Work>> pending_;
     std::unique_ptr<QObject> waker_;
 };
@@ -146,6 +153,8 @@ bool RunLoop::call(std::function<void()> work) {
     return piece->hasRun;
 }
 
-bool RunLoop::isCurrent() const { return inbox_->isCurrent(); }
+bool RunLoop::isCurrent() const {
+    return inbox_->isCurrent();
+}
 
 } // namespace platform

@@ -9,9 +9,9 @@ namespace platform {
 ///
 /// Work runs in the order in which it was handed over, one piece an event, also while an earlier piece
 /// runs a nested loop. The thread must run a Qt event loop.
-class RunLoop : public std::enable_shared_from_this<RunLoop> {
+class RunLoop {
 public:
-    /// The loop of the application's main thread (that of QCoreApplication).
+    /// The loop of the application's main thread (that of QCoreApplication, which must exist).
     static std::shared_ptr<RunLoop> main();
     /// The calling thread's loop. It ends with the thread: what was not run by then is dropped.
     static std::shared_ptr<RunLoop> current();
@@ -26,6 +26,7 @@ public:
     /// call it with a lock held that the loop's thread may want. False where the thread ended first.
     bool call(std::function<void()> work);
 
+    /// True on the loop's own thread, as long as that has not ended.
     bool isCurrent() const;
 
 private:

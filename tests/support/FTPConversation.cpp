@@ -178,7 +178,7 @@ void FTPConversation::listenSilently() {
 
 void FTPConversation::obey(const QByteArray& line) {
     const auto space = line.indexOf(' ');
-    const QByteArray command = line.left(space).toUpper();
+    const QByteArray command = (space < 0 ? line : line.left(space)).toUpper();
     const QByteArray argument = space < 0 ? QByteArray() : line.mid(space + 1);
     play(command, [&] { return reply(command, argument); });
 }

@@ -1,0 +1,222 @@
+#include "platform/FTPWorker.h"
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <csignal>
+#include <utility>
+
+namespace platform {
+
+namespace {
+
+/// How long a control connection is kept for a next stream: long enough between two files, short enough not
+/// to hold a server's slot after an export.
+constexpr std::chrono::seconds kConnectionLifetime{15};
+/// How often the transfers' silence is measured.
+constexpr std::chrono::milliseconds kLongestWait{250};
+constexpr std::chrono::hours kNothingToDo{1};
+
+using Clock = std::chrono::steady_clock;
+
+/// Signals are the application's; OpenSSL's writes to a socket that the server has left would even end it.
+void blockSignals() {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, nullptr);
+}
+
+} // namespace
+
+FTPWorker& FTPWorker::shared() {
+    // Never deleted, since streams may outlive it; but its thread must be gone before libraries clean up.
+    static FTPWorker* const worker = new FTPWorker;
+    static const struct Ending {
+        ~Ending() { worker->end(); }
+    } ending;
+    return *worker;
+}
+
+FTPWorker::FTPWorker() {
+    curl_global_init(CURL_GLOBAL_DEFAULT);
+    share_.reset(curl_share_init());
+    curl_share_setopt(share_.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+    multi_.reset(curl_multi_init());
+    thread_ = std::thread([this] { run(); });
+}
+
+void FTPWorker::end() {
+    sockets_.shutDownForGood();
+    {
+        const std::lock_guard lock(mutex_);
+        isOver_ = true;
+        curl_multi_wakeup(multi_.get());
+    }
+    thread_.join();
+}
+
+void FTPWorker::order(std::function<void()> work) {
+    const std::lock_guard lock(mutex_);
+    if (isOver_)
+        return;
+    orders_.push_back(std::move(work));
+    curl_multi_wakeup(multi_.get());
+}
+
+void FTPWorker::start(const std::shared_ptr<FTPTransfer>& transfer) {
+    {
+        const std::lock_guard lock(mutex_);
+        started_.push_back(transfer);
+    }
+    order([this, transfer] { begin(transfer); });
+}
+
+void FTPWorker::resume(const std::shared_ptr<FTPTransfer>& transfer) {
+    order([transfer] { transfer->resume(); });
+}
+
+void FTPWorker::stop(const std::shared_ptr<FTPTransfer>& transfer) {
+    transfer->stop();
+    sockets_.shutDown(transfer.get());
+    forget(transfer);
+    order([this, transfer] {
+        if (remove(transfer))
+            transfer->discard();
+    });
+}
+
+void FTPWorker::wakeAll() {
+    Transfers all;
+    {
+        const std::lock_guard lock(mutex_);
+        all = started_;
+    }
+    for (const auto& transfer : all) {
+        if (const auto client = transfer->client())
+            client->wake();
+    }
+}
+
+void FTPWorker::forget(const std::shared_ptr<FTPTransfer>& transfer) {
+    const std::lock_guard lock(mutex_);
+    std::erase(started_, transfer);
+}
+
+void FTPWorker::run() {
+    pthread_setname_np(pthread_self(), "ftp-streams");
+    blockSignals();
+    while (takeOrders()) {
+        int running = 0;
+        curl_multi_perform(multi_.get(), &running);
+        takeResults();
+        const auto waited = waitForTraffic();
+        lookAfterTransfers(waited);
+        closeIdleConnections(waited);
+    }
+    while (!running_.empty()) {
+        const auto transfer = running_.back();
+        remove(transfer);
+        transfer->discard();
+    }
+    multi_.reset();
+    share_.reset();
+}
+
+/// False where the process ends.
+bool FTPWorker::takeOrders() {
+    std::deque<std::function<void()>> orders;
+    {
+        const std::lock_guard lock(mutex_);
+        if (isOver_)
+            return false;
+        orders.swap(orders_);
+    }
+    for (const auto& work : orders)
+        work();
+    return true;
+}
+
+void FTPWorker::begin(const std::shared_ptr<FTPTransfer>& transfer) {
+    if (transfer->isStopped())
+        return;
+    CURL* const handle = transfer->begin(sockets_, share_.get());
+    if (!handle || curl_multi_add_handle(multi_.get(), handle) != CURLM_OK) {
+        forget(transfer);
+        transfer->giveUp({kStreamErrorDomainTransport, CURLE_FAILED_INIT});
+        return;
+    }
+    running_.push_back(transfer);
+}
+
+/// Takes it out of libcurl's hands, which closes the connection of a transfer that has not ended. False where
+/// it was not there any more.
+bool FTPWorker::remove(const std::shared_ptr<FTPTransfer>& transfer) {
+    if (std::erase(running_, transfer) == 0)
+        return false;
+    curl_multi_remove_handle(multi_.get(), transfer->handle());
+    sockets_.release(transfer.get());
+    forget(transfer);
+    keepsConnections_ = true;
+    idle_ = {};
+    return true;
+}
+
+void FTPWorker::takeResults() {
+    int left = 0;
+    while (const CURLMsg* const message = curl_multi_info_read(multi_.get(), &left)) {
+        if (message->msg != CURLMSG_DONE)
+            continue;
+        const CURLcode result = message->data.result;
+        FTPTransfer* done = nullptr;
+        curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &done);
+        const auto found = std::find_if(running_.begin(), running_.end(),
+                                        [done](const auto& transfer) { return transfer.get() == done; });
+        // Released before its client hears of it: the close that follows leaves the connection alone.
+        const auto transfer = *found;
+        remove(transfer);
+        transfer->end(result);
+    }
+}
+
+/// How long the wait took.
+std::chrono::nanoseconds FTPWorker::waitForTraffic() {
+    std::vector<curl_waitfd> watched;
+    for (const auto& transfer : running_) {
+        if (const auto socket = transfer->watchedSocket())
+            watched.push_back({*socket, CURL_WAIT_POLLIN, 0});
+    }
+    const std::chrono::milliseconds longest =
+        running_.empty() && !keepsConnections_ ? std::chrono::milliseconds{kNothingToDo} : kLongestWait;
+    const auto start = Clock::now();
+    curl_multi_poll(multi_.get(), watched.data(), static_cast<unsigned>(watched.size()),
+                    static_cast<int>(longest.count()), nullptr);
+    return Clock::now() - start;
+}
+
+void FTPWorker::lookAfterTransfers(std::chrono::nanoseconds waited) {
+    const Transfers all = running_;
+    for (const auto& transfer : all) {
+        if (const auto reason = transfer->look(waited)) {
+            remove(transfer);
+            transfer->giveUp(*reason);
+        }
+    }
+}
+
+void FTPWorker::closeIdleConnections(std::chrono::nanoseconds waited) {
+    if (!running_.empty() || !keepsConnections_)
+        return;
+    idle_ += waited;
+    if (idle_ < kConnectionLifetime)
+        return;
+    // With the sockets shut down, libcurl can't wait for answers to its goodbyes.
+    sockets_.shutDownIdle();
+    std::unique_ptr<CURLM, MultiDeleter> successor(curl_multi_init());
+    {
+        const std::lock_guard lock(mutex_);
+        multi_.swap(successor);
+    }
+    keepsConnections_ = false;
+}
+
+} // namespace platform
