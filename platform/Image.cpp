@@ -3,6 +3,8 @@
 #include "platform/JPEGSegments.h"
 #include "platform/Pixels.h"
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -33,7 +35,7 @@ constexpr std::uint64_t kMostPixelsInMemory = std::uint64_t{1} << 28;
 
 constexpr double kQualitySteps = 100;
 
-/// Frees what libvips keeps for the calling thread, which may be about to end.
+/// Gives back what libvips keeps for the calling thread, which may be about to end.
 struct ThreadCleanup {
     ~ThreadCleanup() { vips_thread_shutdown(); }
 };
@@ -90,6 +92,11 @@ std::optional<QByteArray> encoded(const Pixels& pixels, double quality) {
                                                                        ->set("strip", true)));
     return pixels.profile() ? withICCProfile(jpeg, *pixels.profile()) : jpeg;
 }
+
+/// Gives back what malloc keeps in the arenas of the decoders' threads: it would add up from image to image.
+struct HeapTrim {
+    ~HeapTrim() { ::malloc_trim(0); }
+};
 
 /// The result of `make`, or no value where libvips throws.
 template <typename Make>
@@ -163,6 +170,7 @@ std::optional<QByteArray> Image::scaledJPEG(std::int32_t width, std::int32_t hei
                                             const ColorSpace& colorSpace, double quality) const {
     if (width < 1 || height < 1)
         return std::nullopt;
+    const HeapTrim afterwards;
     return unlessItFails([&] {
         vips::VOption* options = loadOptions();
         if (source_->isJPEG)
@@ -174,6 +182,7 @@ std::optional<QByteArray> Image::scaledJPEG(std::int32_t width, std::int32_t hei
 }
 
 std::optional<QByteArray> Image::asJPEG(double quality) const {
+    const HeapTrim afterwards;
     return unlessItFails(
         [&] { return encoded(Pixels(load(source_->data, loadOptions())).withEightBits(), quality); });
 }
