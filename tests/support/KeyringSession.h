@@ -1,0 +1,98 @@
+#pragma once
+
+#include <QtCore/QByteArray>
+#include <QtCore/QProcess>
+#include <QtCore/QString>
+#include <QtCore/QStringList>
+
+namespace test_support {
+
+/// A session bus with a keyring of its own (see with-keyring), on which this process is while the object
+/// lives.
+class KeyringSession {
+public:
+    static constexpr const char* kPassword = "open sesame";
+    static constexpr const char* kBusVariable = "DBUS_SESSION_BUS_ADDRESS";
+
+    /// `mode`: unlocked, locked or absent.
+    explicit KeyringSession(const QString& mode)
+        : previousBus_(qgetenv(kBusVariable)) {
+        // The session lasts until the command's input ends, also when this process dies.
+        const QString command =
+            QStringLiteral("echo \"$%1\"; cat >/dev/null").arg(QLatin1String(kBusVariable));
+        process_.setProcessChannelMode(QProcess::SeparateChannels);
+        process_.setStandardErrorFile(QProcess::nullDevice());
+        process_.start(support("with-keyring"), {mode, QStringLiteral("sh"), QStringLiteral("-c"), command});
+        process_.waitForReadyRead();
+        qputenv(kBusVariable, process_.readLine().trimmed());
+    }
+
+    ~KeyringSession() {
+        prompter_.closeWriteChannel();
+        prompter_.waitForFinished();
+        end();
+        if (previousBus_.isNull())
+            qunsetenv(kBusVariable);
+        else
+            qputenv(kBusVariable, previousBus_);
+    }
+
+    KeyringSession(const KeyringSession&) = delete;
+    KeyringSession& operator=(const KeyringSession&) = delete;
+
+    /// Ends bus and keyring; the process stays without one.
+    void end() {
+        process_.closeWriteChannel();
+        process_.waitForFinished();
+    }
+
+    /// Answers the keyring's prompts from now on; the empty password refuses.
+    void answerPrompts(const QString& password) {
+        prompter_.start(support("keyring-prompter"), {password});
+        prompter_.waitForReadyRead();
+    }
+
+    /// Locks the default keyring.
+    void lock() {
+        run(QStringLiteral("dbus-send"),
+            {QStringLiteral("--session"), QStringLiteral("--print-reply"),
+             QStringLiteral("--dest=org.freedesktop.secrets"), QStringLiteral("/org/freedesktop/secrets"),
+             QStringLiteral("org.freedesktop.Secret.Service.Lock"),
+             QStringLiteral("array:objpath:/org/freedesktop/secrets/aliases/default")});
+    }
+
+    /// Deletes the default keyring, as if the user had never had one.
+    void deleteKeyring() {
+        run(QStringLiteral("dbus-send"), {QStringLiteral("--session"), QStringLiteral("--print-reply"),
+                                          QStringLiteral("--dest=org.freedesktop.secrets"),
+                                          QStringLiteral("/org/freedesktop/secrets/aliases/default"),
+                                          QStringLiteral("org.freedesktop.Secret.Collection.Delete")});
+    }
+
+    /// Runs secret-tool, another program of the desktop, and returns what it prints.
+    static QByteArray secretTool(const QStringList& arguments, const QByteArray& input = {}) {
+        return run(QStringLiteral("secret-tool"), arguments, input);
+    }
+
+private:
+    static QString support(const char* name) {
+        return QStringLiteral(QUILLMARK_SOURCE_DIR "/tests/support/") + QLatin1String(name);
+    }
+
+    static QByteArray run(const QString& program, const QStringList& arguments,
+                          const QByteArray& input = {}) {
+        QProcess process;
+        process.setProcessChannelMode(QProcess::MergedChannels);
+        process.start(program, arguments);
+        process.write(input);
+        process.closeWriteChannel();
+        process.waitForFinished();
+        return process.readAll();
+    }
+
+    const QByteArray previousBus_;
+    QProcess process_;
+    QProcess prompter_;
+};
+
+} // namespace test_support
