@@ -2,6 +2,7 @@
 
 #include "platform/JPEGSegments.h"
 #include "platform/Pixels.h"
+#include "platform/TIFFDirectory.h"
 
 #include <malloc.h>
 
@@ -33,6 +34,9 @@ constexpr std::array kLoaders{kJPEGLoader, kPNGLoader, kTIFFLoader, kWebPLoader,
 constexpr std::uint64_t kMostPixels = std::uint64_t{1} << 30;
 constexpr std::uint64_t kMostPixelsInMemory = std::uint64_t{1} << 28;
 
+/// PNG, section 11.2.5: the empty chunk that ends a file, with its length and check sum.
+constexpr QByteArrayView kPNGEnd("\0\0\0\0IEND\xAE\x42\x60\x82", 12);
+
 constexpr double kQualitySteps = 100;
 
 /// Gives back what libvips keeps for the calling thread, which may be about to end.
@@ -57,6 +61,21 @@ bool isOfSaneSize(const VImage& header, std::string_view loader) {
     const auto pixels =
         static_cast<std::uint64_t>(header.width()) * static_cast<std::uint64_t>(header.height());
     return pixels <= (isDecodedAsAWhole(header, loader) ? kMostPixelsInMemory : kMostPixels);
+}
+
+/// What the component behind the colour is; without a value where the file shows that it was cut off,
+/// although it may hold all pixels: the colour profile could be what is missing. The other decoders tell by
+/// themselves.
+std::optional<Pixels::Extra> extraComponent(const QByteArray& data, std::string_view loader) {
+    if (loader == kPNGLoader && data.lastIndexOf(kPNGEnd) < 0)
+        return std::nullopt;
+    if (loader != kTIFFLoader)
+        return Pixels::Extra::Alpha;
+    const auto directory = TIFFDirectory::read(data);
+    if (!directory)
+        return std::nullopt;
+    return directory->extraSample == TIFFDirectory::ExtraSample::Unspecified ? Pixels::Extra::NoAlpha
+                                                                             : Pixels::Extra::Alpha;
 }
 
 /// How much smaller a JPEG decoder may deliver the image right away: half of that is left to the better
@@ -117,6 +136,7 @@ struct Image::Source {
     std::uint32_t width = 0;
     std::uint32_t height = 0;
     bool isJPEG = false;
+    Pixels::Extra extra = Pixels::Extra::Alpha;
 };
 
 void startImageLibrary() {
@@ -145,11 +165,12 @@ std::unique_ptr<Image> Image::open(const QByteArray& data) {
     }
     return unlessItFails([&]() -> std::unique_ptr<Image> {
         const VImage header = load(data, loadOptions());
-        if (!isOfSaneSize(header, loader))
+        const auto extra = extraComponent(data, loader);
+        if (!extra || !isOfSaneSize(header, loader))
             return nullptr;
         return std::unique_ptr<Image>(new Image(std::make_unique<Source>(
             Source{data, static_cast<std::uint32_t>(header.width()),
-                   static_cast<std::uint32_t>(header.height()), loader == kJPEGLoader})));
+                   static_cast<std::uint32_t>(header.height()), loader == kJPEGLoader, *extra})));
     });
 }
 
@@ -176,15 +197,16 @@ std::optional<QByteArray> Image::scaledJPEG(std::int32_t width, std::int32_t hei
         if (source_->isJPEG)
             options->set("shrink", shrinkOnLoad(std::min(double(source_->width) / width,
                                                          double(source_->height) / height)));
-        const Pixels pixels = Pixels(load(source_->data, options)).scaledTo(width, height);
+        const Pixels pixels = Pixels(load(source_->data, options), source_->extra).scaledTo(width, height);
         return encoded(pixels.convertedTo(colorSpace), quality);
     });
 }
 
 std::optional<QByteArray> Image::asJPEG(double quality) const {
     const HeapTrim afterwards;
-    return unlessItFails(
-        [&] { return encoded(Pixels(load(source_->data, loadOptions())).withEightBits(), quality); });
+    return unlessItFails([&] {
+        return encoded(Pixels(load(source_->data, loadOptions()), source_->extra).withEightBits(), quality);
+    });
 }
 
 } // namespace platform

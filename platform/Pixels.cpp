@@ -91,11 +91,13 @@ VImage inWholeNumbers(const VImage& image) {
     }
 }
 
-/// Without what follows the color components: the first of that is alpha.
-VImage overWhite(const VImage& image, ColorModel model) {
+/// Without what follows the colour components.
+VImage opaque(const VImage& image, ColorModel model, Pixels::Extra extra) {
     const int bands = bandCount(model);
     if (image.bands() <= bands)
         return image;
+    if (extra == Pixels::Extra::NoAlpha)
+        return image.extract_band(0, VImage::option()->set("n", bands));
     const double white = model == ColorModel::CMYK ? 0 : largest(image); // Paper is where no ink is.
     return image.extract_band(0, VImage::option()->set("n", bands + 1))
         .flatten(VImage::option()
@@ -148,11 +150,11 @@ Pixels::Pixels(VImage image, std::optional<QByteArray> profile)
     : image_(std::move(image))
     , profile_(std::move(profile)) {}
 
-Pixels::Pixels(const VImage& decoded) {
+Pixels::Pixels(const VImage& decoded, Extra extra) {
     const VImage image = inWholeNumbers(inDeviceColors(decoded));
     const ColorModel model = modelOf(image);
     profile_ = fittingProfile(image, model);
-    image_ = labelled(overWhite(labelled(image, model), model), model);
+    image_ = labelled(opaque(labelled(image, model), model, extra), model);
 }
 
 Pixels Pixels::scaledTo(int width, int height) const {

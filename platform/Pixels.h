@@ -14,9 +14,12 @@ namespace platform {
 /// are computed when the picture is written, a few lines at a time. The functions throw vips::VError.
 class Pixels {
 public:
-    /// What a loader has made of a file: alpha is flattened over white, channels that are no colour are
-    /// dropped; floating-point components run from 0 to 1.
-    explicit Pixels(const vips::VImage& decoded);
+    /// What a file's first component behind the colour is, where it has one.
+    enum class Extra { Alpha, NoAlpha };
+
+    /// What a loader has made of a file: alpha is flattened over white, what else is no colour is dropped;
+    /// floating-point components run from 0 to 1.
+    Pixels(const vips::VImage& decoded, Extra extra);
 
     /// Drawn into exactly `width` by `height` pixels, smaller or larger.
     Pixels scaledTo(int width, int height) const;
