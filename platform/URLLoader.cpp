@@ -9,10 +9,12 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <mutex>
+#include <set>
 
 namespace platform {
 
@@ -143,7 +145,8 @@ public:
     URLResponse get(const QString& url) {
         if (!handle_)
             return {};
-        body_.clear();
+        start_ = Clock::now();
+        headersAreComplete_ = false;
         QByteArray text = url.toLatin1();
         set(CURLOPT_URL, text.constData());
         wipe(text);
@@ -151,7 +154,8 @@ public:
         set(CURLOPT_URL, static_cast<const char*>(nullptr));
         QByteArray body;
         body.swap(body_);
-        if (result != CURLE_OK)
+        // libcurl takes headers that break off for an answer without a body.
+        if (result != CURLE_OK || !headersAreComplete_)
             return {};
         long status = 0;
         curl_easy_getinfo(handle_, CURLINFO_RESPONSE_CODE, &status);
@@ -159,6 +163,8 @@ public:
     }
 
 private:
+    using Clock = std::chrono::steady_clock;
+
     template <typename Value>
     void set(CURLoption option, Value value) {
         curl_easy_setopt(handle_, option, value);
@@ -186,6 +192,12 @@ private:
         set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(kMaximumBodySize));
         set(CURLOPT_WRITEFUNCTION, &Connection::onBody);
         set(CURLOPT_WRITEDATA, this);
+        set(CURLOPT_HEADERFUNCTION, &Connection::onHeader);
+        set(CURLOPT_HEADERDATA, this);
+        set(CURLOPT_SOCKOPTFUNCTION, &Connection::onSocketOpened);
+        set(CURLOPT_SOCKOPTDATA, this);
+        set(CURLOPT_CLOSESOCKETFUNCTION, &Connection::onSocketToClose);
+        set(CURLOPT_CLOSESOCKETDATA, this);
         set(CURLOPT_NOPROGRESS, 0L);
         set(CURLOPT_XFERINFOFUNCTION, &Connection::onProgress);
         set(CURLOPT_XFERINFODATA, this);
@@ -201,29 +213,58 @@ private:
         return size * count;
     }
 
+    /// Told each line of the headers, interim answers', redirects' and trailers included.
+    static std::size_t onHeader(char* bytes, std::size_t size, std::size_t count, void* connection) {
+        const QByteArrayView line(bytes, static_cast<qsizetype>(size * count));
+        bool& areComplete = static_cast<Connection*>(connection)->headersAreComplete_;
+        if (line.startsWith("HTTP/"))
+            areComplete = false;
+        else if (line == "\r\n" || line == "\n")
+            areComplete = true;
+        return size * count;
+    }
+
+    static int onSocketOpened(void* connection, curl_socket_t socket, curlsocktype) {
+        static_cast<Connection*>(connection)->sockets_.insert(socket);
+        return CURL_SOCKOPT_OK;
+    }
+
+    static int onSocketToClose(void* connection, curl_socket_t socket) {
+        static_cast<Connection*>(connection)->sockets_.erase(socket);
+        return ::close(socket);
+    }
+
     /// Called at least once a second; anything but 0 ends the request.
     static int onProgress(void* connection, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
         return static_cast<Connection*>(connection)->isIdle() ? 1 : 0;
     }
 
-    /// The system's own count for the socket (tcp(7)): libcurl's low-speed limits see no header, and take a
-    /// slow answer for a silent one.
+    /// The system's own account of the sockets: libcurl's low-speed limits see no header, and take a slow
+    /// answer for a silent one.
     bool isIdle() const {
-        curl_socket_t socket = CURL_SOCKET_BAD;
-        if (curl_easy_getinfo(handle_, CURLINFO_ACTIVESOCKET, &socket) != CURLE_OK ||
-            socket == CURL_SOCKET_BAD)
-            return false;
+        const auto sinceStart = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start_);
+        return !sockets_.empty() && sinceStart >= idleTimeout_ &&
+               std::all_of(sockets_.begin(), sockets_.end(),
+                           [this](curl_socket_t socket) { return silence(socket) >= idleTimeout_; });
+    }
+
+    /// How long nothing has been sent or received; nothing for a socket that is not connected yet, which has
+    /// a time-out of its own.
+    static std::chrono::milliseconds silence(curl_socket_t socket) {
         tcp_info info{};
         socklen_t size = sizeof info;
-        if (getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) != 0)
-            return false;
-        const std::chrono::milliseconds silence(std::min(info.tcpi_last_data_recv, info.tcpi_last_data_sent));
-        return silence >= idleTimeout_;
+        if (getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) != 0 ||
+            info.tcpi_state != TCP_ESTABLISHED)
+            return {};
+        return std::chrono::milliseconds(std::min(info.tcpi_last_data_recv, info.tcpi_last_data_sent));
     }
 
     CURL* handle_ = nullptr;
     const SList connectTo_;
     const std::chrono::seconds idleTimeout_;
+    std::set<curl_socket_t> sockets_;
+    Clock::time_point start_;
+    bool headersAreComplete_ = false;
     QByteArray body_;
 };
 

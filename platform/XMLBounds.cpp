@@ -7,7 +7,7 @@ namespace platform {
 namespace {
 
 constexpr int kMaximumDepth = 256;
-constexpr int kMaximumAttributes = 256;
+constexpr int kMaximumAttributes = 64;
 /// Each is at most as long as QXmlStreamReader's entityExpansionLimit, 4096 characters.
 constexpr int kMaximumReferences = 4096;
 
