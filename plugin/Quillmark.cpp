@@ -23,15 +23,6 @@ const QString kNoColorProfile =
 
 constexpr double kInitialImageQuality = 1.0;
 
-/// Widgets and timers end with the object, and they belong to the main thread.
-void deleteOnMainThread(Quillmark* plugIn) {
-    const auto mainLoop = platform::RunLoop::main();
-    if (mainLoop->isCurrent())
-        delete plugIn;
-    else
-        mainLoop->post([plugIn] { delete plugIn; });
-}
-
 std::shared_ptr<Quillmark> constructionFailed(QString* error, const QString& reason) {
     if (error)
         *error = reason;
@@ -62,6 +53,13 @@ std::shared_ptr<Quillmark> Quillmark::initWithAPIManager(hostapi::PROAPIObject* 
     if (!environment)
         return nullptr;
 
+    // Widgets and timers end with the object, and they belong to the main thread.
+    const auto deleteOnMainThread = [mainLoop = platform::RunLoop::main()](Quillmark* object) {
+        if (mainLoop->isCurrent())
+            delete object;
+        else
+            mainLoop->post([object] { delete object; });
+    };
     const std::shared_ptr<Quillmark> plugIn(new Quillmark(std::move(environment)), deleteOnMainThread);
     plugIn->_apiManager = apiManager;
     plugIn->_exportManager = std::move(exportManager);

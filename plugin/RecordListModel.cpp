@@ -33,11 +33,12 @@ int RecordListModel::rowCount(const QModelIndex& parent) const {
 }
 
 QVariant RecordListModel::data(const QModelIndex& index, int role) const {
-    if (!checkIndex(index, CheckIndexOption::IndexIsValid))
+    if (!index.isValid())
         return {};
     const Record& record = *(*records_)[static_cast<std::size_t>(index.row())];
     switch (role) {
     case hostapi::panel::kItemNameRole:
+    case Qt::EditRole: // An editable chooser takes its text from here.
         return textOrNothing(record, kNameKey);
     case hostapi::panel::kItemIdRole:
         return textOrNothing(record, kIdKey);

@@ -5,6 +5,7 @@
 
 #include <QtTest/QSignalSpy>
 #include <QtTest/QTest>
+#include <QtWidgets/QAbstractItemView>
 
 #include <gtest/gtest.h>
 

@@ -6,6 +6,7 @@
 #include "tests/support/RecordingHost.h"
 #include "tests/support/Waiting.h"
 
+#include <QtCore/QCoreApplication>
 #include <QtCore/QDir>
 #include <QtCore/QFile>
 #include <QtCore/QThread>

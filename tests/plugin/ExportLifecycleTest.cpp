@@ -11,23 +11,36 @@
 
 #include <atomic>
 #include <thread>
+#include <utility>
 
 using test_support::RecordingHost;
 using test_support::waitUntil;
 
 namespace {
 
+/// A port of the loopback address where nobody listens.
+std::uint16_t portOfNobody() {
+    return test_support::ServerSocket::listenOnLoopback(false)->port();
+}
+
+/// The service can't be reached: what an export does ends where it first needs it.
 class ExportLifecycle : public testing::Test {
 protected:
     ExportLifecycle() {
         host.imageCount = 7;
+        host.useService(QStringLiteral("www.quillmark.example:443:127.0.0.1:%1,"
+                                       "ftp.quillmark.example:21:127.0.0.1:%1")
+                            .arg(portOfNobody()));
         plugIn = host.makePlugIn();
         // The flag is the whole process's: an earlier export's cancel is over.
         Quillmark::setShouldCancelFTPActivity(false);
     }
     ~ExportLifecycle() override {
+        if (plugIn)
+            delete plugIn->progressWindow;
+        const std::weak_ptr<Quillmark> ending = std::exchange(plugIn, nullptr);
+        EXPECT_TRUE(waitUntil([&] { return ending.expired(); })) << "something keeps the object";
         Quillmark::setShouldCancelFTPActivity(false);
-        endProgressWindow();
     }
 
     void passValidation() {
@@ -50,13 +63,6 @@ protected:
     bool anyListIsThere() const {
         return plugIn->eventList() || plugIn->categoryList() || plugIn->pricingList() ||
                plugIn->loginDetails.get();
-    }
-
-    void endProgressWindow() {
-        if (!plugIn)
-            return;
-        delete plugIn->progressBarTimer;
-        delete plugIn->progressWindow;
     }
 
     hostapi::ExportProgress progress() {
@@ -147,14 +153,12 @@ TEST_F(ExportLifecycle, TheFolderStageCountsTheRemoteFolders) {
     plugIn->ftpPaths = std::make_shared<Paths>(
         Paths{QStringLiteral("77/"), QStringLiteral("77/A/"), QStringLiteral("77/B/")});
     plugIn->exportProgress.indeterminateProgress = true;
-    // Nothing goes to a server: the chain ends at its first folder, which no server makes.
-    Quillmark::setShouldCancelFTPActivity(true);
-    plugIn->loginDetails.set(nullptr);
     plugIn->exportManagerDidFinishExport();
     EXPECT_EQ(progress().currentValue, 1U);
     EXPECT_EQ(progress().totalValue, 3U);
     EXPECT_EQ(progress().message, QStringLiteral("Step 2 of 3: Preparing remote directories..."));
     EXPECT_FALSE(progress().indeterminateProgress);
+    EXPECT_TRUE(waitUntil([&] { return host.count(QStringLiteral("folderChainEnded 0")) == 1; }));
     EXPECT_EQ(host.count(QStringLiteral("shouldFinishExport")), 0);
 }
 
@@ -163,6 +167,8 @@ TEST_F(ExportLifecycle, WithoutRemoteFoldersTheUploadStageBeginsAtOnce) {
     EXPECT_EQ(progress().message, QStringLiteral("Step 3 of 3: Uploading Images..."));
     EXPECT_EQ(progress().currentValue, 0U);
     EXPECT_EQ(progress().totalValue, 0U);
+    EXPECT_EQ(host.count(QStringLiteral("folderChainEnded 1")), 1);
+    EXPECT_TRUE(waitUntil([&] { return host.count(QStringLiteral("finishingRequestUnanswered")) == 1; }));
     EXPECT_EQ(host.count(QStringLiteral("shouldFinishExport")), 0) << "the export stays open";
 }
 
