@@ -28,8 +28,12 @@ def login_refused() -> bytes:
 
 
 def event_list(user: User) -> bytes:
-    return _document("<Events>" + _named("Event", user.events)
-                     + _named("PricingTemplate", user.pricing_templates) + "</Events>")
+    return _document(
+        "<Events>"
+        + _named("Event", user.events)
+        + _named("PricingTemplate", user.pricing_templates)
+        + "</Events>"
+    )
 
 
 def category_list(event: Event) -> bytes:
@@ -41,7 +45,9 @@ def finished(sentence: str) -> bytes:
 
 
 def _named(tag: str, records: Iterable[Event | PricingTemplate | Category]) -> str:
-    return "".join(f"<{tag} id={quoteattr(record.id)}>{_element('Name', record.name)}</{tag}>" for record in records)
+    return "".join(
+        f"<{tag} id={quoteattr(record.id)}>{_element('Name', record.name)}</{tag}>" for record in records
+    )
 
 
 def _element(tag: str, text: str) -> str:

@@ -1,4 +1,4 @@
-"""The sandbox's own certificate authority, kept in the state folder, and the servers' TLS settings made of it."""
+"""The sandbox's own certificate authority, kept in the state folder, and the servers' TLS settings."""
 
 import os
 import ssl
@@ -6,7 +6,7 @@ from pathlib import Path
 
 import trustme
 from cryptography import x509
-from cryptography.hazmat.primitives.serialization import load_pem_private_key
+from cryptography.hazmat.primitives.serialization import Encoding, PublicFormat, load_pem_private_key
 from OpenSSL import SSL
 
 from .errors import StartError
@@ -47,7 +47,9 @@ def _kept_or_new_authority(folder: Path) -> trustme.CA:
             _require_pair(certificate.read_bytes(), key.read_bytes())
             return trustme.CA.from_pem(certificate.read_bytes(), key.read_bytes())
         except (OSError, ValueError, TypeError) as error:
-            raise StartError(f"{certificate} and {key} can't be used; remove both to make a new authority") from error
+            raise StartError(
+                f"{certificate} and {key} can't be used; remove both to make a new authority"
+            ) from error
     authority = trustme.CA(organization_name=AUTHORITY_NAME)
     # The key first: a certificate without its key would leave an authority that can't sign.
     write_private(key, authority.private_key_pem.bytes())
@@ -56,8 +58,10 @@ def _kept_or_new_authority(folder: Path) -> trustme.CA:
 
 
 def _require_pair(certificate: bytes, key: bytes) -> None:
-    public_key = x509.load_pem_x509_certificate(certificate).public_key()
-    if public_key.public_numbers() != load_pem_private_key(key, password=None).public_key().public_numbers():
+    form = (Encoding.DER, PublicFormat.SubjectPublicKeyInfo)
+    certified = x509.load_pem_x509_certificate(certificate).public_key()
+    kept = load_pem_private_key(key, password=None).public_key()
+    if certified.public_bytes(*form) != kept.public_bytes(*form):
         raise ValueError("the key is another certificate's")
 
 

@@ -46,10 +46,12 @@ def main(arguments: Optional[Sequence[str]] = None) -> int:
 def _serve(options: argparse.Namespace) -> None:
     data = load(options.data)
     state = StateFolder(options.state)
-    https, ftp, http = [_listener(name, getattr(options, f"{name}_port")) for name in ("https", "ftp", "gallery")]
-    certificates = Certificates(state.path, [WEB_HOST, FTP_HOST, *LOCAL_NAMES])
+    https, ftp, http = [
+        _listener(name, getattr(options, f"{name}_port")) for name in ("https", "ftp", "gallery")
+    ]
     uploads = Uploads(state.path, data.users)
     gallery = Gallery(state.path, data, uploads)
+    certificates = Certificates(state.path, [WEB_HOST, FTP_HOST, *LOCAL_NAMES])
     logins = Logins(data)
     site = Site(data, Endpoints(logins, gallery), gallery, {WEB_HOST, *LOCAL_NAMES})
 
@@ -57,10 +59,11 @@ def _serve(options: argparse.Namespace) -> None:
     ftp_service = FTPService(ftp, data.users, uploads, logins, ftps_context)
     WebServer(https, site.service_and_gallery, certificates.https_context())
     WebServer(http, site.gallery)
-    configuration = state.write_configuration(WEB_HOST, _port(https), FTP_HOST, _port(ftp),
-                                              certificates.authority_file, options.ftps)
-    print(f"ready https={_port(https)} ftp={_port(ftp)} gallery=http://{LOOPBACK}:{_port(http)}/ config={configuration}",
-          flush=True)
+    configuration = state.write_configuration(
+        WEB_HOST, _port(https), FTP_HOST, _port(ftp), certificates.authority_file, options.ftps
+    )
+    address = f"http://{LOOPBACK}:{_port(http)}/"
+    print(f"ready https={_port(https)} ftp={_port(ftp)} gallery={address} config={configuration}", flush=True)
     signal.sigwait(END_SIGNALS)
     ftp_service.close()
     gallery.close()
@@ -88,15 +91,30 @@ class _Parser(argparse.ArgumentParser):
 
 
 def _parser() -> argparse.ArgumentParser:
-    parser = _Parser(prog="sandbox/serve", allow_abbrev=False,
-                     description="A Quillmark proofing service for this machine, on loopback only.")
-    parser.add_argument("--state", type=Path, required=True, metavar="DIR", help="folder that keeps everything")
+    parser = _Parser(
+        prog="sandbox/serve",
+        allow_abbrev=False,
+        description="A Quillmark proofing service for this machine, on loopback only.",
+    )
+    parser.add_argument(
+        "--state", type=Path, required=True, metavar="DIR", help="folder that keeps everything"
+    )
     for name, what in (("https", "service"), ("ftp", "uploads"), ("gallery", "gallery page over plain HTTP")):
-        parser.add_argument(f"--{name}-port", type=_port_number, default=0, metavar="N",
-                            help=f"port of the {what}; 0, the default, takes a free one")
+        parser.add_argument(
+            f"--{name}-port",
+            type=_port_number,
+            default=0,
+            metavar="N",
+            help=f"port of the {what}; 0, the default, takes a free one",
+        )
     parser.add_argument("--ftps", action="store_true", help="require TLS on control and data connections")
-    parser.add_argument("--data", type=Path, default=SAMPLE_DATA, metavar="FILE",
-                        help="users, events, categories and pricing templates")
+    parser.add_argument(
+        "--data",
+        type=Path,
+        default=SAMPLE_DATA,
+        metavar="FILE",
+        help="users, events, categories and pricing templates",
+    )
     return parser
 
 

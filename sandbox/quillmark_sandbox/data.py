@@ -13,7 +13,8 @@ ID_FORM = re.compile(r"[A-Za-z0-9_-]{1,64}")
 # "0" in a finishing request means that no pricing template was chosen.
 NO_PRICING = "0"
 LONGEST_NAME = 200
-# Names travel in FTP commands and XML documents: no control characters, line separators, surrogates, non-characters.
+# Names travel in FTP commands and XML documents: no control characters, line separators, surrogates and
+# non-characters.
 NOT_IN_NAMES = re.compile("[\x00-\x1f\x7f-\x9f\u2028\u2029\ud800-\udfff\ufffe\uffff]")
 
 
@@ -99,13 +100,26 @@ def _service(document: Any) -> ServiceData:
 
 
 def _user(value: Any, place: str) -> User:
-    fields = _fields(value, place, {"id": str, "login": str, "password": str, "displayName": str,
-                                    "highResolution": bool, "events": list, "pricingTemplates": list})
+    fields = _fields(
+        value,
+        place,
+        {
+            "id": str,
+            "login": str,
+            "password": str,
+            "displayName": str,
+            "highResolution": bool,
+            "events": list,
+            "pricingTemplates": list,
+        },
+    )
     if fields["login"].lower() == "anonymous":
-        raise FormError(f"{place}.login: \"anonymous\" is nobody's name")
+        raise FormError(f'{place}.login: "anonymous" is nobody\'s name')
     events = tuple(_event(entry, f"{place}.events[{index}]") for index, entry in enumerate(fields["events"]))
-    templates = tuple(_pricing_template(entry, f"{place}.pricingTemplates[{index}]")
-                      for index, entry in enumerate(fields["pricingTemplates"]))
+    templates = tuple(
+        _pricing_template(entry, f"{place}.pricingTemplates[{index}]")
+        for index, entry in enumerate(fields["pricingTemplates"])
+    )
     _require_distinct([event.id for event in events], f"{place}.events", "id")
     _require_distinct([template.id for template in templates], f"{place}.pricingTemplates", "id")
     return User(
@@ -121,8 +135,9 @@ def _user(value: Any, place: str) -> User:
 
 def _event(value: Any, place: str) -> Event:
     fields = _fields(value, place, {"id": str, "name": str, "categories": list})
-    categories = tuple(_category(entry, f"{place}.categories[{index}]")
-                       for index, entry in enumerate(fields["categories"]))
+    categories = tuple(
+        _category(entry, f"{place}.categories[{index}]") for index, entry in enumerate(fields["categories"])
+    )
     _require_distinct([category.id for category in categories], f"{place}.categories", "id")
     return Event(_id(fields["id"], place), _name(fields["name"], f"{place}.name"), categories)
 
@@ -139,7 +154,7 @@ def _category(value: Any, place: str) -> Category:
 def _pricing_template(value: Any, place: str) -> PricingTemplate:
     fields = _fields(value, place, {"id": str, "name": str})
     if fields["id"] == NO_PRICING:
-        raise FormError(f"{place}.id: \"{NO_PRICING}\" stands for no pricing template")
+        raise FormError(f'{place}.id: "{NO_PRICING}" stands for no pricing template')
     return PricingTemplate(_id(fields["id"], place), _name(fields["name"], f"{place}.name"))
 
 

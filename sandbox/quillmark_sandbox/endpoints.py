@@ -11,7 +11,6 @@ from .gallery import Gallery
 from .logins import Logins
 
 
-
 class Refusal(Exception):
     """A request that gets no document."""
 
@@ -64,7 +63,9 @@ class Endpoints:
 
     def _login(self, query: Query) -> bytes:
         user = self._logins.user_with_password(query["user"], query["pwd"])
-        return answers.login_accepted(user, self._logins.issue_token(user)) if user else answers.login_refused()
+        return (
+            answers.login_accepted(user, self._logins.issue_token(user)) if user else answers.login_refused()
+        )
 
     def _event_list(self, query: Query) -> bytes:
         return answers.event_list(self._user(query))

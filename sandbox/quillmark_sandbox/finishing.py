@@ -13,7 +13,10 @@ def sentence(event: Event, pricing: Optional[PricingTemplate], outcome: Outcome)
     """Tells what was processed, what it replaced, and what was left in place and why."""
     sentences = [_processed(event, pricing, outcome)]
     if outcome.replaced:
-        sentences.append(f"{_count(outcome.replaced, 'of them replaces an earlier photograph', 'of them replace earlier photographs')}.")
+        replaced = _count(
+            outcome.replaced, "of them replaces an earlier photograph", "of them replace earlier photographs"
+        )
+        sentences.append(f"{replaced}.")
     if outcome.left:
         sentences.append(_left(outcome.left))
     return " ".join(sentences)
@@ -22,8 +25,8 @@ def sentence(event: Event, pricing: Optional[PricingTemplate], outcome: Outcome)
 def _processed(event: Event, pricing: Optional[PricingTemplate], outcome: Outcome) -> str:
     total = sum(outcome.processed.values())
     if not total:
-        return (f"No new images of {event.name} were found; its gallery holds "
-                f"{_count(outcome.in_gallery, 'photograph', 'photographs')}.")
+        photographs = _count(outcome.in_gallery, "photograph", "photographs")
+        return f"No new images of {event.name} were found; its gallery holds {photographs}."
     images = _count(total, f"image of {event.name} was", f"images of {event.name} were")
     prices = f"with {pricing.name} prices" if pricing else "without prices"
     return f"{images} processed {prices}: {_by_category(outcome.processed)}."
@@ -44,4 +47,4 @@ def _left(left: list[tuple[str, str]]) -> str:
 
 
 def _count(number: int, one: str, many: str) -> str:
-    return f"{number} {one if number == 1 else many}"
+    return f"{number or 'no'} {one if number == 1 else many}"

@@ -11,7 +11,7 @@ from typing import Any, Optional
 from OpenSSL import SSL
 from pyftpdlib.authorizers import AuthenticationFailed, DummyAuthorizer
 from pyftpdlib.filesystems import AbstractedFS
-from pyftpdlib.handlers import DTPHandler, FTPHandler, TLS_DTPHandler, TLS_FTPHandler
+from pyftpdlib.handlers import DTPHandler, FTPHandler, PassiveDTP, TLS_DTPHandler, TLS_FTPHandler
 from pyftpdlib.ioloop import AsyncChat, IOLoop, RetryError
 from pyftpdlib.servers import FTPServer
 
@@ -22,6 +22,7 @@ from .uploads import IncomingFile, Uploads
 # See the library's list: change folder, list, read, delete, rename, make a folder, store. No appending.
 PERMISSIONS = "elrdfmw"
 BANNER = "Quillmark sandbox"
+LONGEST_COMMAND = 2048
 CONTROL_TIMEOUT_S = 300
 DATA_TIMEOUT_S = 60
 REFUSED_LOGIN_DELAY_S = 0.2
@@ -34,8 +35,14 @@ NOT_OFFERED = ("STOU", "APPE", "MFMT", "SITE CHMOD")
 class FTPService:
     """Serves a listening socket on a thread of its own."""
 
-    def __init__(self, listener: socket.socket, users: tuple[User, ...], uploads: Uploads, logins: Logins,
-                 tls: Optional[SSL.Context]) -> None:
+    def __init__(
+        self,
+        listener: socket.socket,
+        users: tuple[User, ...],
+        uploads: Uploads,
+        logins: Logins,
+        tls: Optional[SSL.Context],
+    ) -> None:
         _log_errors_only()
         self._loop = IOLoop()
         handler = _handler(_Authorizer(users, uploads, logins), uploads, tls)
@@ -181,16 +188,48 @@ class _TLSDataChannel(TLS_DTPHandler, _DataChannel):
         super().close()
 
 
+class _PassiveListener(PassiveDTP):
+    """Waits for a data connection."""
+
+    def handle_accepted(self, sock: socket.socket, addr: Any) -> None:
+        super().handle_accepted(sock, addr)
+        if self._closed and self.cmd_channel.connected:
+            self.cmd_channel.refuse_transfer_without_connection()
+
+
 class _Session(FTPHandler):
     """A control connection, stricter than the library's where a real server is."""
 
     abstracted_fs = _UserFolder
+    passive_dtp = _PassiveListener
     banner = BANNER
     timeout = CONTROL_TIMEOUT_S
     auth_failed_timeout = REFUSED_LOGIN_DELAY_S
     # Names are UTF-8 (RFC 2640); a name that isn't must not be stored as another.
     unicode_errors = "strict"
     uploads: Uploads
+    _too_long = False
+
+    def collect_incoming_data(self, data: bytes) -> None:
+        # The library would take what follows the limit for another command.
+        self._too_long = self._too_long or self._in_buffer_len + len(data) > LONGEST_COMMAND
+        if not self._too_long:
+            super().collect_incoming_data(data)
+
+    def found_terminator(self) -> None:
+        if self._too_long:
+            self._too_long, self._in_buffer, self._in_buffer_len = False, [], 0
+            self.respond("500 Command too long.")
+        else:
+            super().found_terminator()
+
+    def decode(self, bytes: bytes) -> str:
+        try:
+            return super().decode(bytes)
+        except UnicodeDecodeError:
+            # The library replies, but would put these bytes in front of the next command.
+            self._in_buffer, self._in_buffer_len = [], 0
+            raise
 
     def pre_process_command(self, line: str, cmd: str, arg: str) -> None:
         if CONTROL_CHARACTERS.search(line):
@@ -199,7 +238,8 @@ class _Session(FTPHandler):
             super().pre_process_command(line, cmd, arg)
 
     def ftp_STOR(self, file: str, mode: str = "w") -> Optional[str]:
-        if not (self.data_channel or self._dtp_acceptor or self._dtp_connector):
+        waiting = (self._dtp_acceptor, self._dtp_connector)
+        if not self.data_channel and all(each is None or each._closed for each in waiting):
             self.respond("425 Use PASV or PORT first.")
             return None
         return super().ftp_STOR(file, mode)
@@ -209,6 +249,14 @@ class _Session(FTPHandler):
             self.respond("502 Transfers can't be resumed.")
         else:
             super().ftp_REST(line)
+
+    def refuse_transfer_without_connection(self) -> None:
+        """Ends a transfer whose data connection broke before it was accepted: the library would wait on."""
+        if self.data_channel is None and self._in_dtp_queue is not None:
+            upload, _ = self._in_dtp_queue
+            self._in_dtp_queue = None
+            upload.close()
+            self.respond("425 The data connection broke.")
 
     def client_is_gone(self) -> bool:
         try:

@@ -1,4 +1,4 @@
-"""Reads what a gallery must know of a JPEG file: its pixel size, and whether it is whole (ITU-T T.81, Annex B)."""
+"""Reads what a gallery must know of a JPEG file: its size, and whether it is whole (ITU-T T.81, Annex B)."""
 
 import mmap
 import re
@@ -9,8 +9,11 @@ SOI, EOI, SOS = 0xD8, 0xD9, 0xDA
 # Start of frame, all processes: 0xC4, 0xC8 and 0xCC in their midst are DHT, JPG and DAC.
 START_OF_FRAME = frozenset(range(0xC0, 0xD0)) - {0xC4, 0xC8, 0xCC}
 WITHOUT_LENGTH = frozenset({0x01, *range(0xD0, 0xD8)})
-# In a scan, 0xFF00 is a data byte, 0xFFD0 to 0xFFD7 are restarts, and a further 0xFF is fill: any other pair is a marker.
+# In a scan, 0xFF00 is a data byte, 0xFFD0 to 0xFFD7 are restarts and 0xFFFF is fill; the rest are markers.
 MARKER_AFTER_SCAN = re.compile(rb"\xff[^\x00\xd0-\xd7\xff]")
+
+
+Content = bytes | mmap.mmap
 
 
 class Size(NamedTuple):
@@ -23,16 +26,17 @@ class NotAnImage(Exception):
 
 
 def read_size(path: Path) -> Size:
-    """The pixel size of a complete JPEG file; NotAnImage if it is anything else. The file must not change meanwhile."""
+    """A complete JPEG file's pixel size; NotAnImage for any other. The file must not change meanwhile."""
     with open(path, "rb") as file:
         try:
             with mmap.mmap(file.fileno(), 0, access=mmap.ACCESS_READ) as data:
-                return _size(data)
+                return size_of(data)
         except ValueError as error:
             raise NotAnImage("empty") from error
 
 
-def _size(data: mmap.mmap) -> Size:
+def size_of(data: Content) -> Size:
+    """As `read_size`, of a file's content that is not empty."""
     if data[:2] != bytes((0xFF, SOI)):
         raise NotAnImage("not a JPEG image")
     size = None
@@ -57,24 +61,24 @@ def _size(data: mmap.mmap) -> Size:
             position = found.start()
 
 
-def _marker(data: mmap.mmap, position: int) -> tuple[int, int]:
-    if data[position:position + 1] not in (b"\xff", b""):
+def _marker(data: Content, position: int) -> tuple[int, int]:
+    if data[position : position + 1] not in (b"\xff", b""):
         raise NotAnImage("a broken JPEG image")
-    while data[position:position + 1] == b"\xff":
+    while data[position : position + 1] == b"\xff":
         position += 1
     if position >= len(data):
         raise NotAnImage("a cut-off JPEG image")
     return data[position], position + 1
 
 
-def _segment(data: mmap.mmap, position: int) -> tuple[bytes, int]:
-    length = int.from_bytes(data[position:position + 2], "big")
+def _segment(data: Content, position: int) -> tuple[bytes, int]:
+    length = int.from_bytes(data[position : position + 2], "big")
     end = position + length
     if end > len(data) or position + 2 > len(data):
         raise NotAnImage("a cut-off JPEG image")
     if length < 2:
         raise NotAnImage("a broken JPEG image")
-    return data[position + 2:end], end
+    return data[position + 2 : end], end
 
 
 def _frame_size(segment: bytes) -> Size:

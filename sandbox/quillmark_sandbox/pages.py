@@ -5,7 +5,7 @@ from html import escape
 from itertools import groupby
 
 from .data import User
-from .gallery import Photograph
+from .records import Photograph
 
 
 def photograph_path(photograph: Photograph) -> str:
@@ -18,7 +18,9 @@ def index(users: tuple[User, ...], photographs: list[Photograph], waiting: dict[
     by_user: dict[str, list[Photograph]] = {user.id: [] for user in users}
     for photograph in photographs:
         by_user.setdefault(photograph.user_id, []).append(photograph)
-    sections = [_user(user_id, names.get(user_id), own, waiting.get(user_id, 0)) for user_id, own in by_user.items()]
+    sections = [
+        _user(user_id, names.get(user_id), own, waiting.get(user_id, 0)) for user_id, own in by_user.items()
+    ]
     return _page("Gallery", f"<h1>Gallery</h1>{''.join(sections)}")
 
 
@@ -26,48 +28,64 @@ def event(photographs: list[Photograph]) -> bytes:
     """One event's photographs by category; at least one."""
     first = photographs[0]
     categories = [(name, list(group)) for name, group in groupby(photographs, key=lambda each: each.category)]
-    links = "".join(f'<li><a href="#category-{number}">{_text(name)} <span>{len(group)}</span></a></li>'
-                    for number, (name, group) in enumerate(categories))
+    links = "".join(
+        f'<li><a href="#category-{number}">{_text(name)} <span>{len(group)}</span></a></li>'
+        for number, (name, group) in enumerate(categories)
+    )
     sections = "".join(_category(number, name, group) for number, (name, group) in enumerate(categories))
-    return _page(first.event_name, (
-        f'<nav class="trail"><a href="/gallery">Gallery</a></nav>'
-        f"<h1>{_text(first.event_name)}</h1>"
-        f'<p class="summary">{_count(len(photographs), "photograph")} by {_text(first.user)}</p>'
-        f'<nav><ul class="categories">{links}</ul></nav>{sections}'))
+    return _page(
+        first.event_name,
+        (
+            f'<nav class="trail"><a href="/gallery">Gallery</a></nav>'
+            f"<h1>{_text(first.event_name)}</h1>"
+            f'<p class="summary">{_count(len(photographs), "photograph")} by {_text(first.user)}</p>'
+            f'<nav><ul class="categories">{links}</ul></nav>{sections}'
+        ),
+    )
 
 
 def _user(user_id: str, display_name: str | None, photographs: list[Photograph], waiting: int) -> str:
     name = display_name or (photographs[0].user if photographs else user_id)
     cards = "".join(_card(list(group)) for _, group in groupby(photographs, key=lambda each: each.event))
     body = f'<ul class="events">{cards}</ul>' if cards else '<p class="empty">No photographs yet.</p>'
-    note = (f'<p class="waiting">{_count(waiting, "uploaded file")} not processed yet.</p>' if waiting else "")
+    note = f'<p class="waiting">{_count(waiting, "uploaded file")} not processed yet.</p>' if waiting else ""
     return f"<section><h2>{_text(name)}</h2>{note}{body}</section>"
 
 
 def _card(photographs: list[Photograph]) -> str:
     first = photographs[0]
     categories = len({photograph.category for photograph in photographs})
-    return (f'<li><a href="/gallery/events/{_text(first.user_id)}/{_text(first.event)}">'
-            f'{_image(first, "")}<strong><bdi>{_text(first.event_name)}</bdi></strong>'
-            f'<span>{_count(len(photographs), "photograph")}, {_count(categories, "category", "categories")}</span>'
-            "</a></li>")
+    return (
+        f'<li><a href="/gallery/events/{_text(first.user_id)}/{_text(first.event)}">'
+        f'{_image(first, "")}<strong><bdi>{_text(first.event_name)}</bdi></strong>'
+        f'<span>{_count(len(photographs), "photograph")}, '
+        f'{_count(categories, "category", "categories")}</span>'
+        "</a></li>"
+    )
 
 
 def _category(number: int, name: str, photographs: Iterable[Photograph]) -> str:
     figures = "".join(_figure(photograph) for photograph in photographs)
-    return f'<section id="category-{number}"><h2><bdi>{_text(name)}</bdi></h2><div class="photographs">{figures}</div></section>'
+    return (
+        f'<section id="category-{number}"><h2><bdi>{_text(name)}</bdi></h2>'
+        f'<div class="photographs">{figures}</div></section>'
+    )
 
 
 def _figure(photograph: Photograph) -> str:
     prices = f"{photograph.pricing_name} prices" if photograph.pricing_name else "no prices"
-    return (f'<figure><a href="{_text(photograph_path(photograph))}">{_image(photograph, photograph.name)}</a>'
-            f"<figcaption><bdi>{_text(photograph.name)}</bdi><span>{photograph.width} × {photograph.height}, "
-            f"{_size(photograph.bytes)}, {_text(prices)}</span></figcaption></figure>")
+    return (
+        f'<figure><a href="{_text(photograph_path(photograph))}">{_image(photograph, photograph.name)}</a>'
+        f"<figcaption><bdi>{_text(photograph.name)}</bdi><span>{photograph.width} × {photograph.height}, "
+        f"{_size(photograph.bytes)}, {_text(prices)}</span></figcaption></figure>"
+    )
 
 
 def _image(photograph: Photograph, description: str) -> str:
-    return (f'<img src="{_text(photograph_path(photograph))}" alt="{_text(description)}" width="{photograph.width}" '
-            f'height="{photograph.height}" loading="lazy" decoding="async">')
+    return (
+        f'<img src="{_text(photograph_path(photograph))}" alt="{_text(description)}" '
+        f'width="{photograph.width}" height="{photograph.height}" loading="lazy" decoding="async">'
+    )
 
 
 def _size(length: int) -> str:

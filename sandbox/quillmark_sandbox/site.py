@@ -8,7 +8,8 @@ from pathlib import Path
 from . import pages
 from .data import ServiceData
 from .endpoints import Endpoints, Refusal
-from .gallery import Gallery, Photograph, WaitingFile
+from .gallery import Gallery, WaitingFile
+from .records import Photograph
 from .web import Answer
 
 XML = "text/xml; charset=UTF-8"
@@ -26,7 +27,9 @@ FOR_EVER = {"Cache-Control": "private, max-age=31536000, immutable"}
 class Site:
     """Routes of the two servers. `host_names` are those under which a browser may ask for the gallery."""
 
-    def __init__(self, data: ServiceData, endpoints: Endpoints, gallery: Gallery, host_names: set[str]) -> None:
+    def __init__(
+        self, data: ServiceData, endpoints: Endpoints, gallery: Gallery, host_names: set[str]
+    ) -> None:
         self._data = data
         self._endpoints = endpoints
         self._gallery = gallery
@@ -79,18 +82,30 @@ class Site:
         user = self._data.user_by_id(file.user_id)
         event = user.event(file.event) if user else None
         return {
-            "user": file.user, "event": file.event, "eventName": event.name if event else None,
-            "category": file.category, "name": file.name,
-            "width": file.size.width if file.size else None, "height": file.size.height if file.size else None,
-            "bytes": file.bytes, "sha256": file.sha256,
+            "user": file.user,
+            "event": file.event,
+            "eventName": event.name if event else None,
+            "category": file.category,
+            "name": file.name,
+            "width": file.size.width if file.size else None,
+            "height": file.size.height if file.size else None,
+            "bytes": file.bytes,
+            "sha256": file.sha256,
         }
 
 
 def _processed(photograph: Photograph) -> dict[str, object]:
     return {
-        "user": photograph.user, "event": photograph.event, "eventName": photograph.event_name,
-        "category": photograph.category, "name": photograph.name,
-        "width": photograph.width, "height": photograph.height,
-        "bytes": photograph.bytes, "sha256": photograph.sha256, "pptid": photograph.pptid,
-        "processedAt": photograph.processed_at, "path": pages.photograph_path(photograph),
+        "user": photograph.user,
+        "event": photograph.event,
+        "eventName": photograph.event_name,
+        "category": photograph.category,
+        "name": photograph.name,
+        "width": photograph.width,
+        "height": photograph.height,
+        "bytes": photograph.bytes,
+        "sha256": photograph.sha256,
+        "pptid": photograph.pptid,
+        "processedAt": photograph.processed_at,
+        "path": pages.photograph_path(photograph),
     }

@@ -36,9 +36,10 @@ class StateFolder:
     def release(self) -> None:
         self._lock.close()
 
-    def write_configuration(self, web_host: str, web_port: int, ftp_host: str, ftp_port: int, authority_file: Path,
-                            ftps: bool) -> Path:
-        """Writes what a client needs to reach this sandbox under the service's own names; returns the file."""
+    def write_configuration(
+        self, web_host: str, web_port: int, ftp_host: str, ftp_port: int, authority_file: Path, ftps: bool
+    ) -> Path:
+        """Writes how clients reach this sandbox under the service's own names; returns the file."""
         connect_to = f"{web_host}:443:127.0.0.1:{web_port}, {ftp_host}:21:127.0.0.1:{ftp_port}"
         lines = [
             "[service]",

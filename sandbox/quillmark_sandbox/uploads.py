@@ -1,4 +1,4 @@
-"""The users' FTP folders: files get their names only once they are complete, and are taken away only unchanged."""
+"""The users' FTP folders: a file gets its name once it is complete, and is taken away only unchanged."""
 
 import os
 import shutil
@@ -15,12 +15,12 @@ INCOMING_FOLDER = "incoming"
 
 
 class Uploads:
-    """The tree of the users' folders, and the private folder where uploads collect. Safe to use from any thread."""
+    """The users' folders, and the private one where uploads collect. Safe to use from any thread."""
 
     def __init__(self, state_folder: Path, users: tuple[User, ...]) -> None:
         self._users = state_folder / USERS_FOLDER
         self._incoming = state_folder / INCOMING_FOLDER
-        # Held wherever a name in a user's folder gets another file, so that `remove_if_same` can't take a newer one.
+        # Held wherever a name gets another file, so that `remove_if_same` can't take a newer one.
         self._names = threading.Lock()
         self._incoming.mkdir(exist_ok=True)
         for leftover in self._incoming.iterdir():
@@ -50,7 +50,7 @@ class Uploads:
             os.replace(source, target)
 
     def copy_out(self, source: Path, target: Path) -> os.stat_result:
-        """Gives a stored file a second name, or a copy where the file system has no links; tells which file it was."""
+        """Gives a stored file a second name (a copy, where there are no links); tells which file it was."""
         try:
             os.link(source, target, follow_symlinks=False)
             return target.stat()
@@ -70,7 +70,7 @@ class Uploads:
 
 
 class IncomingFile:
-    """An upload on its way: a private file that takes the wanted name when `keep` is called and is gone otherwise."""
+    """An upload on its way: a private file that `keep` gives its name, and that is gone without it."""
 
     def __init__(self, uploads: Uploads, target: str, file: IO[bytes], path: Path) -> None:
         self.name = target
@@ -98,3 +98,7 @@ class IncomingFile:
         with suppress(OSError):
             self._file.close()
         self._path.unlink(missing_ok=True)
+
+    def __del__(self) -> None:
+        # A client that changes its mind before the first byte makes the library forget the file.
+        self.close()

@@ -20,7 +20,10 @@ HANDSHAKE_TIMEOUT_S = 10
 # From the wait for a request to its last header: covers idle connections and clients that send byte by byte.
 REQUEST_TIMEOUT_S = 60
 WRITE_TIMEOUT_S = 30
+# How long the rest of a refused request is read.
+REFUSED_READ_S = 2
 LONGEST_TARGET = 8192
+SERVER_NAME = "QuillmarkSandbox"
 CONNECTIONS = 200
 NOT_IN_REQUEST_LINE = re.compile(rb"[^\x20-\x7e\r\n]")
 TEXT = "text/plain; charset=UTF-8"
@@ -29,7 +32,7 @@ COMMON_HEADERS = {
     "Referrer-Policy": "no-referrer",
     "Cross-Origin-Resource-Policy": "same-origin",
     "Content-Security-Policy": "default-src 'none'; img-src 'self'; style-src 'self'; base-uri 'none'; "
-                               "form-action 'none'; frame-ancestors 'none'",
+    "form-action 'none'; frame-ancestors 'none'",
 }
 
 
@@ -114,10 +117,12 @@ class _DeadlineReader(io.RawIOBase):
 class _Handler(BaseHTTPRequestHandler):
     server: WebServer
     protocol_version = "HTTP/1.1"
-    server_version = "QuillmarkSandbox"
-    sys_version = ""
+    # Until the line is read: refusals get a head, too.
+    default_request_version = "HTTP/1.0"
+    # An answer's head and body leave together.
     wbufsize = -1
     disable_nagle_algorithm = True
+    _refused = False
 
     def setup(self) -> None:
         super().setup()
@@ -125,13 +130,20 @@ class _Handler(BaseHTTPRequestHandler):
         self._reader = _DeadlineReader(self.connection)
         self.rfile = io.BufferedReader(self._reader)
 
+    def finish(self) -> None:
+        super().finish()
+        if self._refused:
+            self._read_to_the_end()
+
     def handle_one_request(self) -> None:
         self._reader.deadline = time.monotonic() + REQUEST_TIMEOUT_S
         super().handle_one_request()
 
     def parse_request(self) -> bool:
-        # The library splits the line at every character that Unicode calls a space, some of which UTF-8's bytes are.
-        self.raw_requestline = NOT_IN_REQUEST_LINE.sub(lambda match: b"%%%02X" % match[0][0], self.raw_requestline)
+        # The library splits the line at all that Unicode calls a space, among them some of UTF-8's bytes.
+        self.raw_requestline = NOT_IN_REQUEST_LINE.sub(
+            lambda match: b"%%%02X" % match[0][0], self.raw_requestline
+        )
         return super().parse_request()
 
     def do_GET(self) -> None:
@@ -153,7 +165,9 @@ class _Handler(BaseHTTPRequestHandler):
             return self.server.route(host.lower(), path, query)
         except Exception:
             traceback.print_exc()
-            return Answer.text(HTTPStatus.INTERNAL_SERVER_ERROR, "The sandbox failed; its standard error tells why.")
+            return Answer.text(
+                HTTPStatus.INTERNAL_SERVER_ERROR, "The sandbox failed; its standard error tells why."
+            )
 
     def _send(self, answer: Answer) -> None:
         if answer.file:
@@ -180,8 +194,22 @@ class _Handler(BaseHTTPRequestHandler):
 
     def send_error(self, code: int, message: Optional[str] = None, explain: Optional[str] = None) -> None:
         """Refuses a request that can't be read, and with it whatever else the connection would bring."""
+        self._refused = True
         status = HTTPStatus(code)
-        self._send(Answer(status, TEXT, f"{message or status.phrase}\n".encode(), headers={"Connection": "close"}))
+        self._send(
+            Answer(status, TEXT, f"{message or status.phrase}\n".encode(), headers={"Connection": "close"})
+        )
+
+    def _read_to_the_end(self) -> None:
+        """Closing on unread bytes would reset the connection, and the client would lose the refusal."""
+        self.connection.shutdown(socket.SHUT_WR)
+        self._reader.deadline = time.monotonic() + REFUSED_READ_S
+        buffer = bytearray(65536)
+        while self._reader.readinto(buffer):
+            pass
+
+    def version_string(self) -> str:
+        return SERVER_NAME
 
     def log_message(self, format: str, *args: Any) -> None:
         """Queries hold passwords: nothing of a request is written anywhere."""
