@@ -1,12 +1,33 @@
 #include "platform/Bundle.h"
 
+#include <QtCore/QBuffer>
 #include <QtCore/QDir>
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
+#include <QtCore/QXmlStreamReader>
 #include <QtUiTools/QUiLoader>
 #include <QtWidgets/QWidget>
 
 namespace platform {
+
+namespace {
+
+/// True for a whole interface description of one of these widgets. QUiLoader writes to the console about
+/// any other, and nobody could do anything about it there.
+bool describesInterface(const QByteArray& description, const QStringList& widgets) {
+    QXmlStreamReader reader(description);
+    if (!reader.readNextStartElement() || reader.name() != QLatin1String("ui"))
+        return false;
+    bool hasWidget = false;
+    while (reader.readNextStartElement()) {
+        if (reader.name() == QLatin1String("widget"))
+            hasWidget = widgets.contains(reader.attributes().value(QLatin1String("class")));
+        reader.skipCurrentElement();
+    }
+    return hasWidget && !reader.hasError();
+}
+
+} // namespace
 
 Bundle::Bundle(const QString& path)
     : path_(QDir(path).absolutePath()) {}
@@ -29,9 +50,14 @@ std::unique_ptr<QWidget> Bundle::loadInterface(const QString& name) const {
     QFile file(*path);
     if (!file.open(QIODevice::ReadOnly))
         return nullptr;
+    QByteArray description = file.readAll();
     QUiLoader loader;
+    if (!describesInterface(description, loader.availableWidgets()))
+        return nullptr;
     loader.setWorkingDirectory(QDir(resourcesPath()));
-    return std::unique_ptr<QWidget>(loader.load(&file));
+    QBuffer buffer(&description);
+    buffer.open(QIODevice::ReadOnly);
+    return std::unique_ptr<QWidget>(loader.load(&buffer));
 }
 
 } // namespace platform

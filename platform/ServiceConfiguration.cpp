@@ -7,6 +7,8 @@
 #include <QtCore/QStandardPaths>
 #include <QtCore/QStringList>
 
+#include <algorithm>
+
 #include <arpa/inet.h>
 
 namespace platform {
@@ -174,7 +176,7 @@ private:
 };
 
 QString fileToRead(const QString& resourcesPath) {
-    if (qEnvironmentVariableIsSet(kEnvironmentVariable))
+    if (!qEnvironmentVariableIsEmpty(kEnvironmentVariable))
         return qEnvironmentVariable(kEnvironmentVariable);
     const QString user = QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + kUserFile;
     return QFileInfo::exists(user) ? user : resourcesPath + QLatin1Char('/') + kFileName;

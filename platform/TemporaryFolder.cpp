@@ -53,8 +53,9 @@ QString holdFolderBelow(const QString& parent) {
 }
 
 QString holdFolder() {
-    for (const QString& parent : {QDir(QDir::tempPath()).absolutePath(), QStringLiteral("/tmp")}) {
-        const QString folder = holdFolderBelow(parent);
+    // Empty where $TMPDIR names no folder.
+    for (const QString& parent : {QDir::tempPath(), QStringLiteral("/tmp")}) {
+        const QString folder = parent.isEmpty() ? QString() : holdFolderBelow(parent);
         if (!folder.isEmpty())
             return folder;
     }

@@ -1,0 +1,136 @@
+#include "platform/Secret.h"
+
+#include <QtCore/QProcess>
+#include <QtCore/QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <clocale>
+
+namespace {
+
+using platform::textFromDefaultCString;
+using platform::wipe;
+
+/// Puts the process in a locale, made for the purpose: machines seldom have any but their own.
+class Locale {
+public:
+    Locale(const char* language, const char* encoding)
+        : previous_(std::setlocale(LC_CTYPE, nullptr)) {
+        const QString name = QStringLiteral("%1.%2").arg(QLatin1String(language), QLatin1String(encoding));
+        QProcess::execute(QStringLiteral("localedef"),
+                          {QStringLiteral("--no-archive"), QStringLiteral("-i"), QLatin1String(language),
+                           QStringLiteral("-f"), QLatin1String(encoding), folder_.filePath(name)});
+        qputenv("LOCPATH", folder_.path().toLocal8Bit());
+        isSet_ = std::setlocale(LC_CTYPE, name.toLatin1().constData()) != nullptr;
+    }
+    ~Locale() {
+        qunsetenv("LOCPATH");
+        std::setlocale(LC_CTYPE, previous_.constData());
+    }
+    Locale(const Locale&) = delete;
+    Locale& operator=(const Locale&) = delete;
+
+    bool isSet() const { return isSet_; }
+
+private:
+    const QByteArray previous_;
+    const QTemporaryDir folder_;
+    bool isSet_ = false;
+};
+
+TEST(Wipe, ZerosEveryCopyOfAText) {
+    QString text = QString::fromLatin1("pass") + QString::fromLatin1("word");
+    const QString copy = text;
+    wipe(text);
+    EXPECT_TRUE(text.isEmpty());
+    EXPECT_EQ(copy.size(), 8);
+    EXPECT_TRUE(std::all_of(copy.begin(), copy.end(), [](QChar character) { return character.isNull(); }));
+}
+
+TEST(Wipe, ZerosEveryCopyOfBytes) {
+    QByteArray bytes("password");
+    const QByteArray copy = bytes;
+    wipe(bytes);
+    EXPECT_TRUE(bytes.isEmpty());
+    EXPECT_EQ(copy, QByteArray(8, '\0'));
+}
+
+TEST(Wipe, ZerosWhatWasCutOff) {
+    QByteArray bytes("password");
+    bytes.truncate(1);
+    const QByteArray copy = bytes;
+    ASSERT_EQ(copy.constData()[5], 'o');
+    wipe(bytes);
+    EXPECT_EQ(copy.constData()[5], '\0');
+}
+
+TEST(Wipe, LeavesLiteralsAlone) {
+    QString literal = QStringLiteral("constant");
+    const QString copy = literal;
+    wipe(literal);
+    EXPECT_TRUE(literal.isEmpty());
+    EXPECT_EQ(copy, QLatin1String("constant"));
+    static const char bytes[] = "constant";
+    QByteArray raw = QByteArray::fromRawData(bytes, 8);
+    wipe(raw);
+    EXPECT_STREQ(bytes, "constant");
+}
+
+TEST(Wipe, TakesEmptyTexts) {
+    QString text;
+    QByteArray bytes("");
+    wipe(text);
+    wipe(bytes);
+    EXPECT_TRUE(text.isEmpty());
+    EXPECT_TRUE(bytes.isEmpty());
+}
+
+TEST(DefaultCString, IsUTF8InAUTF8Locale) {
+    const Locale locale("de_DE", "UTF-8");
+    ASSERT_TRUE(locale.isSet());
+    EXPECT_EQ(textFromDefaultCString("p\xC3\xA4ss \xF0\x9F\x94\x91"), QStringLiteral("päss 🔑"));
+    EXPECT_EQ(textFromDefaultCString(QByteArray(3000, 'x')), QString(3000, QLatin1Char('x')));
+    EXPECT_EQ(textFromDefaultCString(""), QString());
+}
+
+TEST(DefaultCString, IsReadInTheLocalesEncoding) {
+    {
+        const Locale locale("de_DE", "ISO-8859-1");
+        ASSERT_TRUE(locale.isSet());
+        EXPECT_EQ(textFromDefaultCString("p\xE4ss"), QStringLiteral("päss"));
+        EXPECT_EQ(textFromDefaultCString("p\xC3\xA4ss"), QStringLiteral("pÃ¤ss"));
+    }
+    const Locale locale("ru_RU", "KOI8-R");
+    ASSERT_TRUE(locale.isSet());
+    EXPECT_EQ(textFromDefaultCString("\xD0\xC1\xD2\xCF\xCC\xD8"), QStringLiteral("пароль"));
+}
+
+TEST(DefaultCString, CharactersOfSeveralCodePointsAreReadWhole) {
+    // Each pair of bytes is a letter and a combining mark: more code points than the encoding has characters.
+    const Locale locale("zh_HK", "BIG5-HKSCS");
+    ASSERT_TRUE(locale.isSet());
+    EXPECT_EQ(textFromDefaultCString("\x88\x62\x88\xA5"), QStringLiteral("\u00CA\u0304\u00EA\u030C"));
+}
+
+TEST(DefaultCString, UnknownBytesMakeItLatin1) {
+    const Locale locale("de_DE", "UTF-8");
+    ASSERT_TRUE(locale.isSet());
+    EXPECT_EQ(textFromDefaultCString("p\xE4ss"), QStringLiteral("päss"));
+    EXPECT_EQ(textFromDefaultCString("cut \xC3"), QStringLiteral("cut Ã"));
+    EXPECT_EQ(textFromDefaultCString("\xED\xA0\x80"), QString::fromLatin1("\xED\xA0\x80")); // a surrogate
+}
+
+TEST(DefaultCString, EndsAtTheFirstNUL) {
+    EXPECT_EQ(textFromDefaultCString(QByteArray("ab\0cd", 5)), QStringLiteral("ab"));
+    EXPECT_EQ(textFromDefaultCString(QByteArray("\0cd", 3)), QString());
+}
+
+TEST(DefaultCString, ReadsNoFurtherThanTheBytes) {
+    const QByteArray longer("password and more");
+    EXPECT_EQ(textFromDefaultCString(QByteArray::fromRawData(longer.constData(), 8)),
+              QStringLiteral("password"));
+}
+
+} // namespace
