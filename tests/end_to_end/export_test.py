@@ -10,7 +10,7 @@ from PIL import Image, ImageCms
 
 from harness import Export, Sandbox, folder, free_port, photograph, vsftpd
 
-PASSWORD = "correct horse"
+PASSWORD = "correct-horse"
 EVENT = {"id": "77", "name": "Smith Wedding", "categories": [{"id": "1", "name": "Ceremony"}, {"id": "2", "name": "Party"}]}
 
 
@@ -177,7 +177,8 @@ class OtherFTPServerExport(unittest.TestCase):
                 arrived = sorted((root / "77" / "Party time").iterdir())
                 self.assertEqual([path.name for path in arrived], [f"Größe {index}.jpg" for index in range(3)])
                 for path in arrived:
-                    self.assertEqual(Image.open(path).size, (1280, 640))
+                    with Image.open(path) as picture:
+                        self.assertEqual(picture.size, (1280, 640))
 
 
 class Refusals(unittest.TestCase):
