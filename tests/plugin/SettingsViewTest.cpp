@@ -116,6 +116,18 @@ TEST_F(SettingsView, TextsOfTheServiceAreNeverTakenForMarkup) {
     EXPECT_EQ(plugIn->validationMessage->textFormat(), Qt::PlainText);
 }
 
+TEST_F(SettingsView, ALongStatusIsShownWhole) {
+    QString status = QStringLiteral("Logged in as");
+    for (int i = 0; i < 30; ++i)
+        status += QStringLiteral(" Archer");
+    view->show();
+    plugIn->loggedInStatusLabel->setText(status);
+    view->adjustSize();
+    const QLabel& label = *plugIn->loggedInStatusLabel;
+    EXPECT_TRUE(test_support::waitUntil([&] { return label.height() >= label.heightForWidth(label.width()); }));
+    EXPECT_GT(label.height(), label.fontMetrics().height()) << "on more lines than one";
+}
+
 TEST_F(SettingsView, TheTabKeyGoesFromTheFirstViewToTheLast) {
     EXPECT_EQ(plugIn->firstView(), plugIn->usernameField);
     EXPECT_EQ(plugIn->lastView(), plugIn->qualitySlider);
