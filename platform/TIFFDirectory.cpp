@@ -14,6 +14,8 @@ constexpr std::uint16_t kShortType = 3;
 constexpr std::uint16_t kAssociatedAlpha = 1;
 constexpr std::uint16_t kUnassociatedAlpha = 2;
 constexpr std::uint16_t kBigTIFFVersion = 43;
+/// Further ones aren't looked at: a chain may be a circle.
+constexpr int kMostDirectories = 1000;
 
 /// Bytes of a value by its type; 0 for types that don't exist.
 constexpr std::array<std::uint64_t, 19> kTypeSizes{0, 1, 1, 2, 4, 8, 1, 1, 2, 4, 8, 4, 8, 4, 0, 0, 8, 8, 8};
@@ -82,20 +84,12 @@ std::optional<std::uint64_t> valuePosition(const Reader& reader, const Layout& l
     return position;
 }
 
-} // namespace
-
-std::optional<TIFFDirectory> TIFFDirectory::read(QByteArrayView file) {
-    const Reader reader(file);
-    if (!reader.holds(0, kBig.firstOffsetAt))
+/// The directory at `*offset`, which becomes that of the next one, or 0.
+std::optional<TIFFDirectory> directoryAt(const Reader& reader, const Layout& layout, std::uint64_t* offset) {
+    if (!reader.holds(*offset, layout.countSize))
         return std::nullopt;
-    const Layout& layout = reader.shortAt(2) == kBigTIFFVersion ? kBig : kClassic;
-    if (!reader.holds(layout.firstOffsetAt, layout.wordSize))
-        return std::nullopt;
-    const std::uint64_t start = reader.wordAt(layout.firstOffsetAt, layout.wordSize);
-    if (!reader.holds(start, layout.countSize))
-        return std::nullopt;
-    const std::uint64_t count = reader.wordAt(start, layout.countSize);
-    const std::uint64_t entries = start + layout.countSize;
+    const std::uint64_t count = reader.wordAt(*offset, layout.countSize);
+    const std::uint64_t entries = *offset + layout.countSize;
     if (count > UINT16_MAX || !reader.holds(entries, count * layout.entrySize + layout.wordSize))
         return std::nullopt;
 
@@ -106,9 +100,28 @@ std::optional<TIFFDirectory> TIFFDirectory::read(QByteArrayView file) {
         if (!value)
             return std::nullopt;
         if (reader.shortAt(entry) == kExtraSamplesTag && reader.shortAt(entry + 2) == kShortType)
-            directory.extraSample = platform::extraSample(reader.shortAt(*value));
+            directory.extraSample = extraSample(reader.shortAt(*value));
     }
+    *offset = reader.wordAt(entries + count * layout.entrySize, layout.wordSize);
     return directory;
+}
+
+} // namespace
+
+std::optional<TIFFDirectory> TIFFDirectory::read(QByteArrayView file) {
+    const Reader reader(file);
+    if (!reader.holds(0, kBig.firstOffsetAt))
+        return std::nullopt;
+    const Layout& layout = reader.shortAt(2) == kBigTIFFVersion ? kBig : kClassic;
+    if (!reader.holds(layout.firstOffsetAt, layout.wordSize))
+        return std::nullopt;
+
+    std::uint64_t offset = reader.wordAt(layout.firstOffsetAt, layout.wordSize);
+    const auto first = directoryAt(reader, layout, &offset);
+    std::optional<TIFFDirectory> last = first;
+    for (int i = 1; last && offset != 0 && i < kMostDirectories; ++i)
+        last = directoryAt(reader, layout, &offset);
+    return last ? first : std::nullopt;
 }
 
 } // namespace platform

@@ -12,8 +12,8 @@ struct TIFFDirectory {
     enum class ExtraSample { Untold, Unspecified, Alpha };
     ExtraSample extraSample = ExtraSample::Untold;
 
-    /// Without a value where the directory or one of its values lies, in part, behind the end of `file`:
-    /// the file was cut off.
+    /// Without a value where a directory of the file, or one of its values, lies in part behind the end of
+    /// `file`: the file was cut off. The data may be anything.
     static std::optional<TIFFDirectory> read(QByteArrayView file);
 };
 
