@@ -12,7 +12,7 @@ namespace {
 
 /// How long a control connection is kept for a next stream: long enough between two files, short enough not
 /// to hold a server's slot after an export.
-constexpr std::chrono::seconds kConnectionLifetime{15};
+constexpr std::chrono::seconds kConnectionLifetime{5};
 /// How often the transfers' silence is measured.
 constexpr std::chrono::milliseconds kLongestWait{250};
 constexpr std::chrono::hours kNothingToDo{1};

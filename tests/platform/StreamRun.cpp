@@ -1,5 +1,8 @@
 #include "tests/platform/StreamRun.h"
 
+#include <QtCore/QEventLoop>
+#include <QtCore/QTimer>
+
 #include <ostream>
 #include <random>
 
@@ -7,7 +10,6 @@ namespace ftp_stream_tests {
 
 using namespace platform;
 using test_support::ScriptedFTPServer;
-using test_support::waitUntil;
 
 QByteArray sampleBytes(qsizetype size, unsigned seed) {
     QByteArray bytes(size, Qt::Uninitialized);
@@ -43,7 +45,14 @@ bool StreamRun::open() {
 }
 
 bool StreamRun::wait() {
-    return waitUntil([this] { return isDecided_; });
+    // A loop of its own rather than one that looks every few milliseconds: uploads are timed.
+    QEventLoop loop;
+    loop_ = &loop;
+    QTimer::singleShot(test_support::kDeadline, &loop, &QEventLoop::quit);
+    if (!isDecided_)
+        loop.exec();
+    loop_ = nullptr;
+    return isDecided_;
 }
 
 void StreamRun::callback(FTPWriteStream*, StreamEvent event, void* info) {
@@ -81,6 +90,8 @@ void StreamRun::decide(bool success) {
     error = stream->error();
     if (closesAtEnd)
         stream->close();
+    if (loop_)
+        loop_->quit();
 }
 
 void FTPStreamTest::useServer(const ScriptedFTPServer::Options& options) {

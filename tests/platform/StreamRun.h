@@ -10,6 +10,8 @@
 #include <functional>
 #include <vector>
 
+class QEventLoop;
+
 namespace ftp_stream_tests {
 
 inline const QString kService = QStringLiteral("ftp://ftp.quillmark.example:21/");
@@ -30,7 +32,7 @@ public:
 
     /// Opens it on the calling thread's run loop.
     bool open();
-    /// Runs the main loop until it is decided; false where it never is.
+    /// Runs the calling thread's loop until it is decided; false where it never is.
     bool wait();
     bool openAndWait() { return open() && wait(); }
 
@@ -51,6 +53,7 @@ private:
     void handle(platform::StreamEvent event);
     void decide(bool success);
 
+    QEventLoop* loop_ = nullptr;
     bool isDecided_ = false;
     bool succeeded_ = false;
 };

@@ -3,7 +3,6 @@
 #include <poll.h>
 
 #include <algorithm>
-#include <thread>
 
 namespace test_support {
 
@@ -149,8 +148,8 @@ void FTPConversation::say(const QByteArray& reply, bool inPieces) {
         return;
     }
     for (const char byte : text) {
-        control_->send(QByteArray(1, byte));
-        std::this_thread::sleep_for(kPieceGap);
+        if (!control_->send(QByteArray(1, byte)) || !state_->pause(kPieceGap))
+            break;
     }
 }
 
@@ -333,6 +332,12 @@ bool FTPConversation::secure(InterruptibleSocket& data) {
     return true;
 }
 
+/// Until the client closes either connection.
+void FTPConversation::waitForEnd(const InterruptibleSocket& data) {
+    pollfd waiting[] = {{data->descriptor(), POLLRDHUP, 0}, {control_->descriptor(), POLLRDHUP, 0}};
+    ::poll(waiting, std::size(waiting), -1);
+}
+
 void FTPConversation::playDataFault(const FTPDataFault& fault, InterruptibleSocket& data) {
     switch (fault.then) {
     case FTPDataFault::Then::CutData:
@@ -350,8 +355,10 @@ void FTPConversation::playDataFault(const FTPDataFault& fault, InterruptibleSock
         }
         say(fault.answer);
         break;
-    case FTPDataFault::Then::Stall:
-        return listenSilently();
+    case FTPDataFault::Then::AnswerThenStall:
+        say(fault.answer);
+        waitForEnd(data);
+        break;
     }
     if (fault.controlCut != Cut::None) {
         control_->cut(fault.controlCut);

@@ -99,6 +99,7 @@ private:
     void receive(const QByteArray& path);
     InterruptibleSocket acceptData();
     bool secure(InterruptibleSocket& data);
+    void waitForEnd(const InterruptibleSocket& data);
     void playDataFault(const FTPDataFault& fault, InterruptibleSocket& data);
 
     const std::shared_ptr<FTPServerState> state_;

@@ -39,7 +39,7 @@ struct FTPDataFault {
         CutData,           ///< Cuts the data connection, then says `answer`.
         AnswerThenCutData, ///< Says `answer`, waits a moment, then cuts the data connection.
         DiscardThenAnswer, ///< Takes the rest and drops it, then says `answer` instead of 226.
-        Stall,             ///< Takes no more bytes and says nothing.
+        AnswerThenStall,   ///< Says `answer`, if any, and takes no more bytes until the client gives up.
     } then = Then::CutData;
     Cut cut = Cut::Reset;               ///< How the data connection is cut.
     QByteArray answer = {};             ///< Nothing is said where it is empty.
