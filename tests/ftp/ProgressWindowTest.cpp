@@ -20,7 +20,7 @@ namespace {
 void closeByWindowSystem(QWidget* window) {
     QCloseEvent event;
     QSpontaneKeyEvent::setSpontaneous(&event);
-    QApplication::sendEvent(window, &event);
+    qApp->notify(window, &event);
 }
 
 class ProgressWindow : public FTPStage {
@@ -45,6 +45,11 @@ protected:
 
     QPushButton* cancelButton() const {
         return plugIn->progressWindow->findChild<QPushButton*>(QStringLiteral("cancelButton"));
+    }
+    /// As the window system brings it, to the control that has the focus.
+    void pressKey(Qt::Key key) {
+        ASSERT_TRUE(QTest::qWaitForWindowActive(plugIn->progressWindow));
+        QTest::keyClick(plugIn->progressWindow->windowHandle(), key);
     }
     bool waitUntilClosed() const {
         return waitUntil([&] { return !plugIn->progressWindow; });
@@ -201,20 +206,18 @@ TEST_F(ProgressWindow, CancelButtonCancelsTheExportAndClosesTheWindow) {
 
 TEST_F(ProgressWindow, EscapeCancels) {
     plugIn->showProgressBar();
-    ASSERT_TRUE(QTest::qWaitForWindowActive(plugIn->progressWindow));
-    QTest::keyClick(plugIn->progressWindow, Qt::Key_Escape);
+    pressKey(Qt::Key_Escape);
     EXPECT_TRUE(waitForCall(kCancelled));
     EXPECT_TRUE(waitUntilClosed());
 }
 
 TEST_F(ProgressWindow, CancelIsReachedByTheKeyboard) {
     plugIn->showProgressBar();
-    ASSERT_TRUE(QTest::qWaitForWindowActive(plugIn->progressWindow));
-    QTest::keyClick(plugIn->progressWindow, Qt::Key_Return);
+    pressKey(Qt::Key_Return);
     EXPECT_EQ(host.count(kCancelled), 0) << "a key that was still meant for another window";
-    QTest::keyClick(plugIn->progressWindow, Qt::Key_Tab);
-    ASSERT_TRUE(cancelButton()->hasFocus());
-    QTest::keyClick(plugIn->progressWindow, Qt::Key_Space);
+    pressKey(Qt::Key_Tab);
+    EXPECT_TRUE(waitUntil([&] { return cancelButton()->hasFocus(); }));
+    pressKey(Qt::Key_Space);
     EXPECT_TRUE(waitForCall(kCancelled));
     EXPECT_EQ(host.count(kCancelled), 1);
 }
