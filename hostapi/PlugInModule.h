@@ -25,9 +25,8 @@ public:
     /// object for each export dialog, one at a time. Empty where the plug-in can't be made, and then
     /// `error`, unless null, tells why. The object may outlive the last reference that the host
     /// drops while work of its own runs; it then ends by itself on the main thread.
-    virtual std::shared_ptr<ApertureExportPlugIn> initWithAPIManager(PROAPIObject* apiManager,
-                                                                     const QString& bundlePath,
-                                                                     QString* error) = 0;
+    virtual std::shared_ptr<ApertureExportPlugIn>
+    initWithAPIManager(PROAPIObject* apiManager, const QString& bundlePath, QString* error) = 0;
 };
 
 } // namespace hostapi

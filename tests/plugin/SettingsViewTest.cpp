@@ -124,7 +124,8 @@ TEST_F(SettingsView, ALongStatusIsShownWhole) {
     plugIn->loggedInStatusLabel->setText(status);
     view->adjustSize();
     const QLabel& label = *plugIn->loggedInStatusLabel;
-    EXPECT_TRUE(test_support::waitUntil([&] { return label.height() >= label.heightForWidth(label.width()); }));
+    EXPECT_TRUE(
+        test_support::waitUntil([&] { return label.height() >= label.heightForWidth(label.width()); }));
     EXPECT_GT(label.height(), label.fontMetrics().height()) << "on more lines than one";
 }
 

@@ -1,0 +1,216 @@
+// The built module, as another application meets it: through the hostapi headers alone.
+
+#include "hostapi/SettingsPanel.h"
+#include "tests/plugin/MinimalHost.h"
+#include "tests/plugin/TestBundle.h"
+#include "tests/support/KeyringSession.h"
+#include "tests/support/ScriptedFTPServer.h"
+#include "tests/support/ScriptedWebServer.h"
+#include "tests/support/Waiting.h"
+
+#include <QtCore/QBuffer>
+#include <QtCore/QTimer>
+#include <QtGui/QImage>
+#include <QtWidgets/QApplication>
+#include <QtWidgets/QCheckBox>
+#include <QtWidgets/QComboBox>
+#include <QtWidgets/QLineEdit>
+#include <QtWidgets/QMessageBox>
+#include <QtWidgets/QPushButton>
+#include <QtWidgets/QVBoxLayout>
+
+#include <gtest/gtest.h>
+
+namespace panel = hostapi::panel;
+using test_support::waitUntil;
+using test_support::WebAnswer;
+using test_support::WebRequest;
+
+namespace {
+
+const QString kBundle = QStringLiteral(QUILLMARK_BUNDLE_DIR);
+
+QByteArray encoded(const QSize& size) {
+    QImage image(size, QImage::Format_RGB888);
+    image.fill(Qt::darkGreen);
+    QByteArray data;
+    QBuffer buffer(&data);
+    image.save(&buffer, "PNG");
+    return data;
+}
+
+/// A service within the test, and the configuration that leads the plug-in to it.
+class Service {
+public:
+    Service()
+        : web_(certificates_.issue({QStringLiteral("www.quillmark.example")})) {
+        web_.setScript([](const WebRequest& request) { return answer(request.target()); });
+        QFile file(folder_.filePath(QStringLiteral("service.ini")));
+        if (!file.open(QIODevice::WriteOnly))
+            return;
+        file.write(QStringLiteral("[service]\nwebHost=www.quillmark.example\nftpHost=ftp.quillmark.example\n"
+                                  "[transport]\nconnectTo=\"%1, %2\"\ncaFile=%3\n")
+                       .arg(web_.connectTo(QStringLiteral("www.quillmark.example")), ftp.connectTo(),
+                            certificates_.caFile())
+                       .toUtf8());
+        qputenv("QUILLMARK_SERVICE_CONFIG", QFile::encodeName(file.fileName()));
+    }
+    ~Service() { qunsetenv("QUILLMARK_SERVICE_CONFIG"); }
+
+    test_support::ScriptedFTPServer ftp;
+
+private:
+    static WebAnswer answer(const QByteArray& target) {
+        if (target.contains("/login.php"))
+            return WebAnswer::ok("<Login><Success>1</Success><UserId>4711</UserId><Password>token</Password>"
+                                 "<LoggedInName>Ann</LoggedInName></Login>");
+        if (target.contains("/eventlist.php"))
+            return WebAnswer::ok("<List><Event id=\"77\"><Name>Wedding</Name></Event></List>");
+        if (target.contains("/categorylist.php"))
+            return WebAnswer::ok("<List><Category id=\"1\"><Name>Ceremony</Name></Category></List>");
+        return WebAnswer::ok("<Information><Result>All done.</Result></Information>");
+    }
+
+    const QTemporaryDir folder_;
+    test_support::TestCertificates certificates_;
+    test_support::ScriptedWebServer web_;
+};
+
+/// Answers every alert of the desktop with "OK", and keeps what it said.
+class AlertAnswers {
+public:
+    AlertAnswers() {
+        QObject::connect(&timer_, &QTimer::timeout, &timer_, [this] { answerOne(); });
+        timer_.start(5);
+    }
+    QStringList texts;
+
+private:
+    void answerOne() {
+        for (QWidget* const widget : QApplication::topLevelWidgets()) {
+            auto* const box = qobject_cast<QMessageBox*>(widget);
+            if (!box || !box->isVisible())
+                continue;
+            texts << box->text() + QStringLiteral(": ") + box->informativeText();
+            box->button(QMessageBox::Ok)->click();
+            return;
+        }
+    }
+    QTimer timer_;
+};
+
+class Module : public testing::Test {
+protected:
+    template <typename Control>
+    Control* control(QLatin1String name) const {
+        return dialog.findChild<Control*>(name);
+    }
+
+    void openDialog(MinimalHost& host) {
+        QString error;
+        ASSERT_TRUE(host.loadPlugIn(kBundle, &error)) << error.toStdString();
+        QWidget* const view = host.openPanel();
+        ASSERT_NE(view, nullptr);
+        (new QVBoxLayout(&dialog))->addWidget(view);
+        dialog.show();
+    }
+
+    QWidget dialog;
+};
+
+} // namespace
+
+TEST_F(Module, IsLoadedAndMakesThePrincipalObject) {
+    MinimalHost host({});
+    QString error;
+    ASSERT_TRUE(host.loadPlugIn(kBundle, &error)) << error.toStdString();
+    EXPECT_TRUE(host.plugIn().allowsOnlyPlugInPresets());
+    EXPECT_FALSE(host.plugIn().wantsDestinationPathPrompt());
+    EXPECT_TRUE(QDir(host.plugIn().destinationPath()).exists());
+}
+
+TEST_F(Module, ItsPanelHasTheControlsThatAHostMayRelyOn) {
+    MinimalHost host({});
+    openDialog(host);
+    for (const QLatin1String name :
+         {panel::kUsernameField, panel::kPasswordField, panel::kResizeWidth, panel::kResizeHeight})
+        EXPECT_NE(control<QLineEdit>(name), nullptr) << name.data();
+    for (const QLatin1String name :
+         {panel::kEventChooser, panel::kPricingChooser, panel::kCategoryChooser, panel::kColorspaceChooser})
+        EXPECT_NE(control<QComboBox>(name), nullptr) << name.data();
+    for (const QLatin1String name :
+         {panel::kRememberCheckBox, panel::kAutoCreateCategoriesButton, panel::kDoResizeButton})
+        EXPECT_NE(control<QCheckBox>(name), nullptr) << name.data();
+    EXPECT_NE(control<QPushButton>(panel::kLoginButton), nullptr);
+    EXPECT_NE(host.plugIn().firstView(), nullptr);
+    EXPECT_NE(host.plugIn().lastView(), nullptr);
+}
+
+TEST_F(Module, TellsWhyItsObjectCannotBeMade) {
+    MinimalHost host({});
+    QString error;
+    EXPECT_FALSE(host.loadPlugIn(QStringLiteral("/no/such.bundle"), &error));
+    EXPECT_FALSE(error.isEmpty());
+
+    QPluginLoader loader(QDir(kBundle).absoluteFilePath(hostapi::kModuleFileName));
+    auto* const module = qobject_cast<hostapi::PlugInModule*>(loader.instance());
+    ASSERT_NE(module, nullptr) << loader.errorString().toStdString();
+    TestBundle bundle;
+    bundle.remove(QStringLiteral("ProPhotoRGB.icc"));
+    ApiManager manager(std::make_shared<ExportManager>(std::vector<Picture>()));
+    error.clear();
+    EXPECT_EQ(module->initWithAPIManager(&manager, bundle.path(), &error), nullptr);
+    EXPECT_TRUE(error.contains(QStringLiteral("ProPhotoRGB"))) << error.toStdString();
+}
+
+TEST_F(Module, ShowsWhatIsMissingInASheetOfTheHostsWindow) {
+    MinimalHost host({});
+    openDialog(host);
+    host.exportPressed();
+    auto* const sheet = dialog.findChild<QMessageBox*>();
+    ASSERT_NE(sheet, nullptr);
+    EXPECT_EQ(sheet->text(), QStringLiteral("Please log in first"));
+    EXPECT_EQ(sheet->windowModality(), Qt::WindowModal);
+    sheet->button(QMessageBox::Ok)->click();
+}
+
+TEST_F(Module, ExportsPicturesForAHostThatKnowsOnlyItsHeaders) {
+    const test_support::KeyringSession keyring(QStringLiteral("unlocked"));
+    Service service;
+    AlertAnswers alerts;
+    MinimalHost host({{encoded({40, 30}), QStringLiteral("a.png"), QStringLiteral("Spring")},
+                      {encoded({30, 40}), QStringLiteral("b.png"), QStringLiteral("Summer")}});
+    openDialog(host);
+    std::optional<bool> outcome;
+    host.ended = [&](bool finished) { outcome = finished; };
+
+    control<QLineEdit>(panel::kUsernameField)->setText(QStringLiteral("ann"));
+    control<QLineEdit>(panel::kPasswordField)->setText(QStringLiteral("secret"));
+    control<QCheckBox>(panel::kRememberCheckBox)->setChecked(true);
+    control<QPushButton>(panel::kLoginButton)->click();
+    auto* const events = control<QComboBox>(panel::kEventChooser);
+    ASSERT_TRUE(waitUntil([&] { return events->count() == 1 && events->isVisible(); }));
+    events->setCurrentIndex(0);
+    control<QCheckBox>(panel::kAutoCreateCategoriesButton)->setChecked(true);
+    host.exportPressed();
+    ASSERT_TRUE(waitUntil([&] { return outcome.has_value(); }))
+        << alerts.texts.join(QLatin1Char('\n')).toStdString();
+
+    EXPECT_TRUE(*outcome);
+    EXPECT_EQ(alerts.texts, QStringList{QStringLiteral("Your Quillmark export is complete.: All done.")});
+    const auto files = service.ftp.files();
+    EXPECT_EQ(files.size(), 2U);
+    EXPECT_EQ(files.count("77/Spring/a.jpg"), 1U);
+    EXPECT_EQ(files.count("77/Summer/b.jpg"), 1U);
+}
+
+TEST(HostingPage, ShowsTheHostThatTheseTestsRun) {
+    const auto read = [](const char* path) {
+        QFile file(QStringLiteral(QUILLMARK_SOURCE_DIR) + QLatin1String(path));
+        return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
+    };
+    const QString source = read("/tests/plugin/MinimalHost.h");
+    ASSERT_FALSE(source.isEmpty());
+    EXPECT_TRUE(
+        read("/docs/hosting.md").contains(QStringLiteral("```cpp\n") + source + QStringLiteral("```\n")));
+}
