@@ -124,9 +124,9 @@ public:
             services_->observer()->imageLeftOut(index);
             return false;
         }
-        change(index + 2, manager_->imageCount(), QStringLiteral("Step 1"));
         services_->observer()->imagePrepared(index, folder_ + relativePath.section(QLatin1Char('.'), 0, -2) +
                                                         QStringLiteral(".jpg"));
+        change(index + 2, manager_->imageCount(), QStringLiteral("Step 1"));
         return false;
     }
     void exportManagerDidWriteImageDataToRelativePath(const QString& relativePath,
