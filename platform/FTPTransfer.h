@@ -60,6 +60,9 @@ public:
     /// Makes the handle, for a multi handle of the caller's.
     CURL* begin(FTPSockets& sockets, CURLSH* share);
     CURL* handle() const { return handle_.get(); }
+    /// False where the connection should serve nobody any more: a server that refused a file midway may still
+    /// hold on to its data connection, and answer nothing until that ends.
+    bool leavesGoodConnection() const { return !isCutShort_; }
     /// Goes on after `takeBytes` had nothing.
     void resume();
 

@@ -154,6 +154,8 @@ bool FTPWorker::remove(const std::shared_ptr<FTPTransfer>& transfer) {
     if (std::erase(running_, transfer) == 0)
         return false;
     curl_multi_remove_handle(multi_.get(), transfer->handle());
+    if (!transfer->leavesGoodConnection())
+        sockets_.shutDown(transfer.get());
     sockets_.release(transfer.get());
     forget(transfer);
     keepsConnections_ = true;
