@@ -173,6 +173,7 @@ class _TLSDataChannel(TLS_DTPHandler, _DataChannel):
         if not self._initialized:
             # Bytes that come before a command asks for them stay where they are.
             self._wanted_io_events = 0
+            self.modify_ioloop_events(0)
 
     def handle_error(self) -> None:
         # The library's own forgets to reply.

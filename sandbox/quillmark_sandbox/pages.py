@@ -1,11 +1,13 @@
 """The gallery's pages. Every text that goes into one is escaped here."""
 
-from collections.abc import Iterable
 from html import escape
 from itertools import groupby
 
 from .data import User
 from .records import Photograph
+
+# Photographs further down a page are loaded when they come into view.
+LOADED_AT_ONCE = 12
 
 
 def photograph_path(photograph: Photograph) -> str:
@@ -24,23 +26,27 @@ def index(users: tuple[User, ...], photographs: list[Photograph], waiting: dict[
     return _page("Gallery", f"<h1>Gallery</h1>{''.join(sections)}")
 
 
-def event(photographs: list[Photograph]) -> bytes:
-    """One event's photographs by category; at least one."""
-    first = photographs[0]
-    categories = [(name, list(group)) for name, group in groupby(photographs, key=lambda each: each.category)]
+def event(by: str, photographs: list[Photograph]) -> bytes:
+    """One event's photographs: at least one, in the order of their categories. `by` is their owner's name."""
+    name = photographs[0].event_name
+    categories = [
+        (category, [_figure(photograph, lazy=position >= LOADED_AT_ONCE) for position, photograph in group])
+        for category, group in groupby(enumerate(photographs), key=lambda each: each[1].category)
+    ]
     links = "".join(
-        f'<li><a href="#category-{number}">{_text(name)} <span>{len(group)}</span></a></li>'
-        for number, (name, group) in enumerate(categories)
+        f'<li><a href="#category-{number}"><bdi>{_text(category)}</bdi> <span>{len(figures)}</span></a></li>'
+        for number, (category, figures) in enumerate(categories)
     )
-    sections = "".join(_category(number, name, group) for number, (name, group) in enumerate(categories))
+    sections = "".join(
+        f'<section id="category-{number}"><h2><bdi>{_text(category)}</bdi></h2>'
+        f'<div class="photographs">{"".join(figures)}</div></section>'
+        for number, (category, figures) in enumerate(categories)
+    )
     return _page(
-        first.event_name,
-        (
-            f'<nav class="trail"><a href="/gallery">Gallery</a></nav>'
-            f"<h1>{_text(first.event_name)}</h1>"
-            f'<p class="summary">{_count(len(photographs), "photograph")} by {_text(first.user)}</p>'
-            f'<nav><ul class="categories">{links}</ul></nav>{sections}'
-        ),
+        name,
+        f'<nav class="trail"><a href="/gallery">Gallery</a></nav><h1>{_text(name)}</h1>'
+        f'<p class="summary">{_count(len(photographs), "photograph")} by <bdi>{_text(by)}</bdi></p>'
+        f'<nav><ul class="categories">{links}</ul></nav>{sections}',
     )
 
 
@@ -64,32 +70,30 @@ def _card(photographs: list[Photograph]) -> str:
     )
 
 
-def _category(number: int, name: str, photographs: Iterable[Photograph]) -> str:
-    figures = "".join(_figure(photograph) for photograph in photographs)
-    return (
-        f'<section id="category-{number}"><h2><bdi>{_text(name)}</bdi></h2>'
-        f'<div class="photographs">{figures}</div></section>'
-    )
-
-
-def _figure(photograph: Photograph) -> str:
+def _figure(photograph: Photograph, lazy: bool) -> str:
     prices = f"{photograph.pricing_name} prices" if photograph.pricing_name else "no prices"
+    image = _image(photograph, photograph.name, lazy)
     return (
-        f'<figure><a href="{_text(photograph_path(photograph))}">{_image(photograph, photograph.name)}</a>'
+        f'<figure><a href="{_text(photograph_path(photograph))}">{image}</a>'
         f"<figcaption><bdi>{_text(photograph.name)}</bdi><span>{photograph.width} × {photograph.height}, "
         f"{_size(photograph.bytes)}, {_text(prices)}</span></figcaption></figure>"
     )
 
 
-def _image(photograph: Photograph, description: str) -> str:
+def _image(photograph: Photograph, description: str, lazy: bool = False) -> str:
+    loading = ' loading="lazy"' if lazy else ""
     return (
         f'<img src="{_text(photograph_path(photograph))}" alt="{_text(description)}" '
-        f'width="{photograph.width}" height="{photograph.height}" loading="lazy" decoding="async">'
+        f'width="{photograph.width}" height="{photograph.height}"{loading}>'
     )
 
 
 def _size(length: int) -> str:
-    return f"{length / 1_000_000:.1f} MB" if length >= 1_000_000 else f"{max(1, round(length / 1000))} kB"
+    return (
+        f"{length / 1_000_000:.1f}\u00a0MB"
+        if length >= 1_000_000
+        else f"{max(1, round(length / 1000))}\u00a0kB"
+    )
 
 
 def _count(number: int, one: str, many: str = "") -> str:

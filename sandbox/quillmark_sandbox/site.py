@@ -69,7 +69,9 @@ class Site:
         photographs = self._gallery.photographs_of(user_id, event_id)
         if not photographs:
             return Answer.text(HTTPStatus.NOT_FOUND, "This event has no photographs.")
-        return Answer(HTTPStatus.OK, HTML, pages.event(photographs))
+        owner = self._data.user_by_id(user_id)
+        by = owner.display_name if owner else photographs[0].user
+        return Answer(HTTPStatus.OK, HTML, pages.event(by, photographs))
 
     def _records(self) -> bytes:
         document = {

@@ -5,7 +5,9 @@ import http.client
 import io
 import itertools
 import json
+import os
 import random
+import resource
 import select
 import shutil
 import signal
@@ -16,6 +18,8 @@ import tempfile
 import time
 import unittest
 import xml.etree.ElementTree as ElementTree
+from collections.abc import Iterator
+from contextlib import contextmanager
 from pathlib import Path
 from typing import Any, Callable, Optional
 
@@ -23,7 +27,7 @@ from PIL import Image
 
 SERVE = Path(__file__).resolve().parents[2] / "sandbox" / "serve"
 WEB_HOST = "www.quillmark.example"
-DEADLINE_S = 30
+DEADLINE_S = 60
 EVENTS = 30
 
 
@@ -84,13 +88,17 @@ def wait_until(condition: Callable[[], bool]) -> None:
 class Sandbox:
     """A running sandbox in a folder of its own."""
 
-    def __init__(self, *options: str, state: Optional[Path] = None) -> None:
+    def __init__(self, *options: str) -> None:
         self.folder = Path(tempfile.mkdtemp(prefix="quillmark-sandbox-"))
-        self.state = state or self.folder / "state"
+        self.state = self.folder / "state"
         self.data_file = self.folder / "data.json"
         self.data_file.write_text(json.dumps(data()))
         self._options = options
-        self.start()
+        try:
+            self.start()
+        except BaseException:
+            shutil.rmtree(self.folder)
+            raise
 
     def start(self) -> None:
         command = [SERVE, "--state", self.state, "--data", self.data_file, *self._options]
@@ -119,6 +127,21 @@ class Sandbox:
         if complaints:
             raise AssertionError(complaints.decode())
         return self.process.returncode
+
+    @contextmanager
+    def disk_full_after(self, length: int) -> Iterator[None]:
+        """No file that the sandbox writes can become longer meanwhile."""
+        limits = resource.prlimit(self.process.pid, resource.RLIMIT_FSIZE)
+        resource.prlimit(self.process.pid, resource.RLIMIT_FSIZE, (length, limits[1]))
+        try:
+            yield
+        finally:
+            resource.prlimit(self.process.pid, resource.RLIMIT_FSIZE, limits)
+
+    def processor_seconds(self) -> float:
+        """The time for which the sandbox has kept a processor busy: proc(5), fields 14 and 15 of stat."""
+        fields = Path(f"/proc/{self.process.pid}/stat").read_text().rpartition(")")[2].split()
+        return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
 
     def remove(self) -> None:
         try:

@@ -169,6 +169,16 @@ class ProtocolTest(SandboxTest):
             with self.subTest(length):
                 self.assertEqual(self.sandbox.get(f"{LOGIN}?user={'a' * length}")[0], 414)
 
+    def test_a_client_that_is_still_sending_is_not_cut_off_with_its_refusal(self) -> None:
+        address = ("127.0.0.1", self.sandbox.gallery_port)
+        with socket.create_connection(address, timeout=DEADLINE_S) as connection:
+            connection.sendall(b"GET /" + b"a" * 70_000)
+            self.assertTrue(connection.makefile("rb").read().startswith(b"HTTP/1.1 414 "))
+            # As a slow client does that has not looked at the answer yet.
+            for _ in range(25):
+                connection.sendall(b"a" * 1000)
+                time.sleep(0.02)
+
     def test_too_many_headers_are_refused(self) -> None:
         status, _, _ = ask(self.sandbox.https(), LOGIN, headers={f"X-{number}": "x" for number in range(200)})
         self.assertEqual(status, 431)

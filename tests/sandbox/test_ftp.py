@@ -1,6 +1,7 @@
 import ftplib
 import io
 import os
+import signal
 import socket
 import struct
 import unittest
@@ -162,6 +163,9 @@ class CutOffUploadTest(FTPTest):
     def setUp(self) -> None:
         super().setUp()
         self.store(f"{self.event}/a.jpg", b"an earlier upload")
+        self.begin_upload()
+
+    def begin_upload(self) -> None:
         self.client.voidcmd("TYPE I")
         self.connection = self.client.transfercmd(f"STOR {self.event}/a.jpg")
         self.addCleanup(self.connection.close)
@@ -192,11 +196,18 @@ class CutOffUploadTest(FTPTest):
                 other.voidresp()
         self.assertNotIn("b.jpg", os.listdir(self.folder))
 
-    def test_a_client_that_dies_stores_nothing(self) -> None:
-        # The kernel closes a process's sockets in the order in which they were opened.
-        self.client.close()
-        self.connection.close()
+    def assertNothingIsStoredWhenTheSandboxFindsEnded(self, *connections: ftplib.FTP | socket.socket) -> None:
+        self.sandbox.process.send_signal(signal.SIGSTOP)
+        for connection in connections:
+            connection.close()
+        self.sandbox.process.send_signal(signal.SIGCONT)
         self.assertOnlyTheEarlierUploadIsThere()
+
+    def test_a_client_that_dies_stores_nothing(self) -> None:
+        self.assertNothingIsStoredWhenTheSandboxFindsEnded(self.client, self.connection)
+
+    def test_a_client_whose_data_connection_dies_first_stores_nothing(self) -> None:
+        self.assertNothingIsStoredWhenTheSandboxFindsEnded(self.connection, self.client)
 
     def test_an_aborted_transfer_stores_nothing(self) -> None:
         self.client.putcmd("ABOR")
@@ -204,6 +215,15 @@ class CutOffUploadTest(FTPTest):
             self.client.getresp()
         self.assertRegex(self.client.getresp(), "^226 ")
         self.assertOnlyTheEarlierUploadIsThere()
+
+    def test_a_full_disk_is_reported_and_stores_nothing(self) -> None:
+        with self.sandbox.disk_full_after(1_000_000):
+            with self.assertRaisesRegex(ftplib.error_temp, "^426 .*transfer aborted"):
+                self.connection.sendall(b"x" * 800_000)
+                self.client.voidresp()
+        self.assertOnlyTheEarlierUploadIsThere()
+        self.connection.close()
+        self.assertRegex(self.store(f"{self.event}/b.jpg", b"x" * 2_000_000), "^226 ")
 
     def test_a_folder_that_goes_away_meanwhile_refuses_the_file(self) -> None:
         other = self.sandbox.ftp()

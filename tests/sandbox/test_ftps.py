@@ -1,7 +1,11 @@
 import ftplib
 import io
+import os
+import socket
 import ssl
+import time
 import unittest
+from contextlib import suppress
 
 from support import DEADLINE_S, SandboxTest, jpeg, wait_until
 
@@ -33,6 +37,19 @@ class FTPSTest(SandboxTest):
         client.retrbinary(f"RETR {event}/4.jpg", received.write)
         self.assertEqual(received.getvalue(), content)
 
+    def test_a_client_may_begin_tls_on_the_data_connection_before_its_command(self) -> None:
+        client, event = self.secured(), self.new_event()
+        client.mkd(event)
+        client.voidcmd("TYPE I")
+        for number in range(5):
+            plain = socket.create_connection(client.makepasv(), timeout=DEADLINE_S)
+            connection = self.sandbox.tls().wrap_socket(plain, server_hostname="127.0.0.1")
+            self.assertRegex(client.sendcmd(f"STOR {event}/{number}.jpg"), "^1")
+            connection.sendall(jpeg(300, 200))
+            connection.unwrap().close()
+            self.assertRegex(client.voidresp(), "^226 ")
+            self.assertEqual((self.sandbox.home() / event / f"{number}.jpg").read_bytes(), jpeg(300, 200))
+
     def test_a_client_that_does_not_know_the_authority_refuses_the_certificate(self) -> None:
         client = ftplib.FTP_TLS(context=ssl.create_default_context(), timeout=DEADLINE_S)
         self.addCleanup(client.close)
@@ -62,17 +79,64 @@ class FTPSTest(SandboxTest):
         client.file = client.sock.makefile("r", encoding="utf-8")
         self.assertRegex(client.sendcmd("SYST"), "^215 ")
 
-    def test_an_upload_that_ends_without_tlss_closing_notice_is_not_stored(self) -> None:
-        client, event = self.secured(), self.new_event()
+    def begin_upload(self, client: ftplib.FTP_TLS, event: str) -> ssl.SSLSocket:
         client.mkd(event)
         client.voidcmd("TYPE I")
         connection = client.transfercmd(f"STOR {event}/a.jpg")
         connection.sendall(b"x" * 100_000)
-        connection.close()
+        self.addCleanup(connection.close)
+        return connection
+
+    def assertStoresNothing(self, client: ftplib.FTP_TLS, event: str) -> None:
         with self.assertRaisesRegex(ftplib.error_temp, "^426 "):
             client.voidresp()
+        wait_until(lambda: not list((self.sandbox.state / "incoming").iterdir()))
         self.assertEqual(list((self.sandbox.home() / event).iterdir()), [])
-        self.assertEqual(list((self.sandbox.state / "incoming").iterdir()), [])
+
+    def test_an_upload_that_ends_without_tlss_closing_notice_is_not_stored(self) -> None:
+        client, event = self.secured(), self.new_event()
+        self.begin_upload(client, event).close()
+        self.assertStoresNothing(client, event)
+
+    def test_bytes_that_are_no_tls_end_an_upload_and_store_nothing(self) -> None:
+        client, event = self.secured(), self.new_event()
+        connection = self.begin_upload(client, event)
+        os.write(connection.fileno(), b"these are no TLS records" * 1000)
+        self.assertStoresNothing(client, event)
+
+    def test_a_full_disk_is_reported_and_stores_nothing(self) -> None:
+        client, event = self.secured(), self.new_event()
+        with self.sandbox.disk_full_after(1_000_000):
+            connection = self.begin_upload(client, event)
+            with suppress(OSError):
+                connection.sendall(b"x" * 2_000_000)
+            self.assertStoresNothing(client, event)
+
+    def test_a_data_connection_that_closes_before_any_command_gets_no_reply(self) -> None:
+        client = self.secured()
+        socket.create_connection(client.makepasv(), timeout=DEADLINE_S).close()
+        for _ in range(3):
+            self.assertRegex(client.sendcmd("NOOP"), "^200 ")
+
+    def test_bytes_that_come_before_their_command_wait_for_it_and_keep_no_processor_busy(self) -> None:
+        event, uploads = self.new_event(), []
+        # Several, because the handshake's messages may meet in one way or another.
+        for number in range(6):
+            client = self.secured()
+            client.voidcmd("TYPE I")
+            plain = socket.create_connection(client.makepasv(), timeout=DEADLINE_S)
+            connection = self.sandbox.tls().wrap_socket(plain, server_hostname="127.0.0.1")
+            connection.sendall(jpeg(seed=number))
+            uploads.append((client, connection))
+        client.mkd(event)
+        before = self.sandbox.processor_seconds()
+        time.sleep(0.5)
+        self.assertLess(self.sandbox.processor_seconds() - before, 0.05)
+        for number, (client, connection) in enumerate(uploads):
+            client.sendcmd(f"STOR {event}/{number}.jpg")
+            connection.unwrap().close()
+            self.assertRegex(client.voidresp(), "^226 ")
+            self.assertEqual((self.sandbox.home() / event / f"{number}.jpg").read_bytes(), jpeg(seed=number))
 
     def test_a_data_connection_that_speaks_no_tls_stores_nothing(self) -> None:
         client, event = self.secured(), self.new_event()
