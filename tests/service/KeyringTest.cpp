@@ -1,0 +1,108 @@
+// Remembered logins in the desktop's own keyring.
+
+#include "plugin/DefaultsKeys.h"
+#include "tests/service/ServiceTest.h"
+#include "tests/support/KeyringSession.h"
+
+using namespace service_tests;
+using test_support::KeyringSession;
+
+namespace {
+
+const QString kAnn = QStringLiteral("ann");
+const QString kUnlocked = QStringLiteral("unlocked");
+const QString kLocked = QStringLiteral("locked");
+const QString kAbsent = QStringLiteral("absent");
+
+class Keyring : public ServiceTest {
+protected:
+    Keyring() { host.usesDesktopCredentials = true; }
+
+    void logInRemembered(const QString& userName = kAnn, const QString& password = QStringLiteral("secret")) {
+        makePlugIn();
+        plugIn->rememberCheckBox->setChecked(true);
+        logIn(userName, password);
+        EXPECT_EQ(plugIn->loggedInStatusLabel->text(), kLoggedIn);
+        EXPECT_TRUE(waitForLists());
+        EXPECT_TRUE(plugIn->isLoggedIn);
+        EXPECT_EQ(host.defaults().value(defaults_keys::kSavedKeyChain), true);
+    }
+
+    void expectSavingFailed(const QString& status) {
+        ASSERT_EQ(host.alerts().size(), 1U);
+        const auto alert = host.alerts()[0].alert;
+        EXPECT_EQ(alert.style, hostapi::AlertStyle::Critical);
+        EXPECT_EQ(alert.message, QStringLiteral("There was an error saving the password to the keychain."));
+        const QString start = QStringLiteral("Informative Message: ") + status + QStringLiteral(", ");
+        EXPECT_TRUE(alert.informativeText->startsWith(start)) << alert.informativeText->toStdString();
+        EXPECT_GT(alert.informativeText->size(), start.size());
+    }
+
+    static QByteArray found(const QString& account) {
+        return KeyringSession::secretTool(
+            QStringLiteral("lookup server www.quillmark.example object instantupload protocol http authtype "
+                           "dflt port 0 user")
+                .split(QLatin1Char(' ')) +
+            QStringList{account});
+    }
+};
+
+} // namespace
+
+TEST_F(Keyring, RememberedPasswordIsKeptThereForTheNextPlugIn) {
+    const KeyringSession session(kUnlocked);
+    logInRemembered();
+    EXPECT_TRUE(host.alerts().empty());
+    EXPECT_EQ(found(kAnn), "secret");
+
+    makePlugIn();
+    plugIn->willBeActivated();
+    EXPECT_EQ(plugIn->passwordField->text(), QStringLiteral("secret"));
+    EXPECT_TRUE(waitForStatus(kLoggedIn));
+    EXPECT_TRUE(waitForLists());
+}
+
+TEST_F(Keyring, SecondSaveChangesTheItem) {
+    const KeyringSession session(kUnlocked);
+    logInRemembered();
+    logInRemembered(kAnn, QStringLiteral("changed"));
+    EXPECT_TRUE(host.alerts().empty());
+    EXPECT_EQ(found(kAnn), "changed");
+}
+
+TEST_F(Keyring, NameBeyondASCIIBecomesADuplicate) {
+    const KeyringSession session(kUnlocked);
+    answer(kLoginPage, loginAnswer());
+    Record details;
+    details.setText(kUsernameKey, QStringLiteral("ren\u00e9x"));
+    details.setText(kPasswordKey, QStringLiteral("secret"));
+    plugIn->storePasswordInKeyChain(details);
+    EXPECT_TRUE(host.alerts().empty());
+    EXPECT_EQ(found(QStringLiteral("ren\u00e9")), "secret");
+    plugIn->storePasswordInKeyChain(details);
+    expectSavingFailed(QStringLiteral("-25299"));
+}
+
+TEST_F(Keyring, WithoutAKeyringTheLoginSucceedsWithAnAlert) {
+    const KeyringSession session(kAbsent);
+    logInRemembered();
+    expectSavingFailed(QStringLiteral("-25291"));
+    EXPECT_EQ(plugIn->getPasswordfromKeyChain(kAnn), std::nullopt);
+}
+
+TEST_F(Keyring, LockedKeyringThatTheUserDoesNotUnlockGivesTheAlert) {
+    KeyringSession session(kLocked);
+    session.answerPrompts(QString());
+    logInRemembered();
+    ASSERT_EQ(host.alerts().size(), 1U);
+    EXPECT_TRUE(host.alerts()[0].alert.informativeText->startsWith(QStringLiteral("Informative Message: -")));
+    EXPECT_EQ(plugIn->getPasswordfromKeyChain(kAnn), std::nullopt);
+}
+
+TEST_F(Keyring, LockedKeyringThatTheUserUnlocksIsUsed) {
+    KeyringSession session(kLocked);
+    session.answerPrompts(QLatin1String(KeyringSession::kPassword));
+    logInRemembered();
+    EXPECT_TRUE(host.alerts().empty());
+    EXPECT_EQ(plugIn->getPasswordfromKeyChain(kAnn), QStringLiteral("secret"));
+}
