@@ -15,7 +15,6 @@ namespace {
 
 constexpr int kBacklog = 64;
 
-/// The connection's thread must not die of a client that is gone.
 void tellTap(const ServerSocket::Tap* tap, const char* bytes, std::size_t length) {
     if (*tap)
         (*tap)(bytes, length);
@@ -39,6 +38,9 @@ ServerSocket::ServerSocket(int descriptor, Tap tap)
     , tap_(std::move(tap)) {}
 
 ServerSocket::~ServerSocket() {
+    // Without a goodbye OpenSSL forgets the session, and nobody could reuse it.
+    if (tls_)
+        SSL_shutdown(tls_.get());
     tls_.reset();
     close();
 }
