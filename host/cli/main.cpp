@@ -1,4 +1,5 @@
 #include "host/cli/ImageFiles.h"
+#include "host/cli/InterruptingSignals.h"
 #include "host/cli/Locations.h"
 #include "host/cli/Options.h"
 #include "host/cli/Outcome.h"
@@ -24,6 +25,7 @@ int ended(Outcome outcome, const QString& complaint, bool json) {
 }
 
 int followed(const Options& options) {
+    holdInterruptingSignals();
     for (const QByteArray& image : options.images) {
         if (const auto reason = reasonAgainstReading(image)) {
             return ended(Outcome::Usage,
