@@ -25,9 +25,10 @@ constexpr char kContentType[] = "text/plain";
 constexpr char kLabelFormat[] = "quillmark: %1 (%2)";
 constexpr char kNewCollectionLabel[] = "Default"; // as libsecret names the one that it makes
 
-// The bus, and the names on it by which gnome-keyring asks for a password.
+// The bus and names on it, the last two those of gnome-keyring and of what asks for its passwords.
 constexpr char kBusName[] = "org.freedesktop.DBus";
 constexpr char kBusPath[] = "/org/freedesktop/DBus";
+constexpr char kServiceName[] = "org.freedesktop.secrets";
 constexpr char kKeyringName[] = "org.gnome.keyring";
 constexpr char kPrompterName[] = "org.gnome.keyring.SystemPrompter";
 
@@ -239,9 +240,21 @@ SecretBytes secretBytes(const QByteArray& password) {
 /// A session with the user's keyring.
 class Keyring {
 public:
+    /// The session of this process: opening one takes far longer than a look-up, and each upload makes one. A
+    /// new one where bus or keyring have gone. Inside an Operation.
+    static std::shared_ptr<Keyring> current() {
+        static auto* const kept = new std::shared_ptr<Keyring>; // for good, as its main context
+        if (*kept && !(*kept)->isAlive())
+            kept->reset();
+        if (!*kept)
+            *kept = std::make_shared<Keyring>();
+        return *kept;
+    }
+
     Keyring()
         : bus_(connect())
-        , service_(open()) {}
+        , service_(open())
+        , owner_(ownerOf(kServiceName)) {}
 
     /// The item of these attributes, unlocked; null where there is none. Asks for the password of a locked
     /// keyring, since what is in there can't be told before.
@@ -302,6 +315,8 @@ public:
     }
 
 private:
+    bool isAlive() const { return !owner_.empty() && ownerOf(kServiceName) == owner_; }
+
     static Ref<GDBusConnection> connect() {
         Call call;
         g_bus_get(G_BUS_TYPE_SESSION, call.cancellable(), Call::onAnswer, &call);
@@ -391,25 +406,30 @@ private:
     /// Nothing was unlocked: because the user refused, or because gnome-keyring had no way to ask. A prompter
     /// that has just asked is still there.
     std::int32_t statusOfRefusal() {
-        return hasOwner(kKeyringName) && !hasOwner(kPrompterName) ? Keychain::kInteractionNotAllowed
-                                                                  : Keychain::kAuthFailed;
+        return !ownerOf(kKeyringName).empty() && ownerOf(kPrompterName).empty()
+                   ? Keychain::kInteractionNotAllowed
+                   : Keychain::kAuthFailed;
     }
 
-    bool hasOwner(const char* name) {
+    /// Who has this name on the bus; empty where nobody has.
+    std::string ownerOf(const char* name) const {
         Call call;
-        g_dbus_connection_call(bus_.get(), kBusName, kBusPath, kBusName, "NameHasOwner",
-                               g_variant_new("(s)", name), G_VARIANT_TYPE("(b)"), G_DBUS_CALL_FLAGS_NONE, -1,
+        g_dbus_connection_call(bus_.get(), kBusName, kBusPath, kBusName, "GetNameOwner",
+                               g_variant_new("(s)", name), G_VARIANT_TYPE("(s)"), G_DBUS_CALL_FLAGS_NONE, -1,
                                call.cancellable(), Call::onAnswer, &call);
         GVariant* const answer = g_dbus_connection_call_finish(bus_.get(), call.answer(), call.error());
-        call.check();
-        gboolean isOwned = FALSE;
-        g_variant_get(answer, "(b)", &isOwned);
+        if (!answer)
+            return {};
+        const char* owner = nullptr;
+        g_variant_get(answer, "(&s)", &owner);
+        std::string text(owner);
         g_variant_unref(answer);
-        return isOwned;
+        return text;
     }
 
     const Ref<GDBusConnection> bus_;
     const Ref<SecretService> service_;
+    const std::string owner_; ///< The service's own name on the bus; another one knows no session of ours.
 };
 
 /// Keeps the session, without which the item can't take a secret.
@@ -426,7 +446,7 @@ struct KeyringItem final : Keychain::Item {
 std::int32_t Keychain::findInternetPassword(const Attributes& attributes, QByteArray* password,
                                             std::shared_ptr<Item>* item) {
     return statusOf([&] {
-        const auto keyring = std::make_shared<Keyring>();
+        const auto keyring = Keyring::current();
         auto found = keyring->find(attributeTable(attributes).get());
         if (!found)
             throw Failure{kItemNotFound};
@@ -440,7 +460,7 @@ std::int32_t Keychain::findInternetPassword(const Attributes& attributes, QByteA
 std::int32_t Keychain::addInternetPassword(const Attributes& attributes, const QByteArray& password,
                                            std::shared_ptr<Item>* item) {
     return statusOf([&] {
-        const auto keyring = std::make_shared<Keyring>();
+        const auto keyring = Keyring::current();
         const auto table = attributeTable(attributes);
         if (keyring->find(table.get()))
             throw Failure{kDuplicateItem};

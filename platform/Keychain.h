@@ -10,7 +10,9 @@ namespace platform {
 
 /// Internet passwords in the desktop's keyring, over libsecret: schema
 /// `org.gnome.keyring.NetworkPassword` with the attributes server, user, object (the path), protocol,
-/// authtype and port. Blocking; any thread. Status 0 is success.
+/// authtype and port. Blocking: a locked keyring lets the desktop ask its user for the password (for five
+/// minutes at most), a keyring that doesn't answer is given up after ten seconds. Any thread; calls run one
+/// after the other. Status 0 is success.
 class Keychain {
 public:
     static constexpr std::int32_t kSuccess = 0;
@@ -23,7 +25,7 @@ public:
     static constexpr std::uint32_t kProtocolTypeHTTP = 0x68747470;          ///< 'http'
     static constexpr std::uint32_t kAuthenticationTypeDefault = 0x746c6664; ///< 'dflt', byte-swapped
 
-    /// Texts are UTF-8 bytes.
+    /// Texts are UTF-8 bytes; others are kept apart too.
     struct Attributes {
         QByteArray server;
         QByteArray account;

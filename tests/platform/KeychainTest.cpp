@@ -341,6 +341,13 @@ TEST(Keychain, EndOfTheSessionBusEndsNothingElse) {
     EXPECT_EQ(add(attributes(), "secret"), Keychain::kSuccess);
 }
 
+TEST(Keychain, RestartedKeyringIsFoundAgain) {
+    KeyringSession session(kUnlocked);
+    ASSERT_EQ(add(attributes(), "secret"), Keychain::kSuccess);
+    session.restartKeyring();
+    EXPECT_EQ(passwordOf(attributes()), "secret");
+}
+
 TEST(Keychain, BusThatNeverAnswersIsGivenUp) {
     const QTemporaryDir folder(QStringLiteral("/tmp/keychain-XXXXXX"));
     const QByteArray path = folder.filePath(QStringLiteral("bus")).toLocal8Bit();

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/Waiting.h"
+
 #include <QtCore/QByteArray>
 #include <QtCore/QProcess>
 #include <QtCore/QString>
@@ -30,6 +32,8 @@ public:
     ~KeyringSession() {
         prompter_.closeWriteChannel();
         prompter_.waitForFinished();
+        replacement_.terminate();
+        replacement_.waitForFinished();
         end();
         if (previousBus_.isNull())
             qunsetenv(kBusVariable);
@@ -69,12 +73,46 @@ public:
                                           QStringLiteral("org.freedesktop.Secret.Collection.Delete")});
     }
 
+    /// Puts another keyring process, with the same keyring, in the place of the first.
+    void restartKeyring() {
+        const QByteArray previous = keyringOwner();
+        // The bus lies in the session's run folder.
+        const QString home = QString::fromLocal8Bit(qgetenv(kBusVariable))
+                                 .section(QLatin1Char('='), 1)
+                                 .section(QStringLiteral("/run/bus"), 0, 0);
+        auto environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), home + QStringLiteral("/run"));
+        environment.insert(QStringLiteral("XDG_DATA_HOME"), home + QStringLiteral("/data"));
+        replacement_.setProcessEnvironment(environment);
+        replacement_.setStandardErrorFile(QProcess::nullDevice());
+        replacement_.setStandardOutputFile(QProcess::nullDevice());
+        replacement_.start(QStringLiteral("gnome-keyring-daemon"),
+                           {QStringLiteral("--replace"), QStringLiteral("--foreground"),
+                            QStringLiteral("--unlock"), QStringLiteral("--components=secrets")});
+        replacement_.write(kPassword);
+        replacement_.closeWriteChannel();
+        waitUntil([&] {
+            const QByteArray owner = keyringOwner();
+            return owner != previous && owner.startsWith(':');
+        });
+    }
+
     /// Runs secret-tool, another program of the desktop, and returns what it prints.
     static QByteArray secretTool(const QStringList& arguments, const QByteArray& input = {}) {
         return run(QStringLiteral("secret-tool"), arguments, input);
     }
 
 private:
+    /// The keyring's own name on the bus, or an error.
+    static QByteArray keyringOwner() {
+        return run(QStringLiteral("dbus-send"),
+                   {QStringLiteral("--session"), QStringLiteral("--print-reply=literal"),
+                    QStringLiteral("--dest=org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
+                    QStringLiteral("org.freedesktop.DBus.GetNameOwner"),
+                    QStringLiteral("string:org.freedesktop.secrets")})
+            .trimmed();
+    }
+
     static QString support(const char* name) {
         return QStringLiteral(QUILLMARK_SOURCE_DIR "/tests/support/") + QLatin1String(name);
     }
@@ -93,6 +131,7 @@ private:
     const QByteArray previousBus_;
     QProcess process_;
     QProcess prompter_;
+    QProcess replacement_;
 };
 
 } // namespace test_support
