@@ -34,6 +34,9 @@ class Certificates:
     def ftps_context(self) -> SSL.Context:
         context = SSL.Context(SSL.TLS_SERVER_METHOD)
         context.set_min_proto_version(SSL.TLS1_2_VERSION)
+        # TLS 1.3 sends session tickets after the handshake. A client that only uploads never reads them, and
+        # closing on unread bytes resets the connection, which takes the end of the upload with it.
+        context.set_max_proto_version(SSL.TLS1_2_VERSION)
         # Without an id, OpenSSL won't resume the control connection's session on a data connection.
         context.set_session_id(b"quillmark-sandbox")
         self._certificate.configure_cert(context)

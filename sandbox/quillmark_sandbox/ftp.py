@@ -152,6 +152,11 @@ class _DataChannel(DTPHandler):
 class _TLSDataChannel(TLS_DTPHandler, _DataChannel):
     """A data connection with TLS, in which an upload ends with TLS's own closing notice."""
 
+    def __init__(self, sock: socket.socket, cmd_channel: FTPHandler) -> None:
+        # The handshake's small messages must not wait for each other's acknowledgement.
+        sock.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+        super().__init__(sock, cmd_channel)
+
     def recv(self, buffer_size: int) -> bytes:
         try:
             return self.socket.recv(buffer_size)

@@ -37,6 +37,14 @@ class FTPSTest(SandboxTest):
         client.retrbinary(f"RETR {event}/4.jpg", received.write)
         self.assertEqual(received.getvalue(), content)
 
+    def test_no_connection_speaks_a_tls_whose_tickets_uploading_clients_never_read(self) -> None:
+        client, event = self.secured(), self.new_event()
+        client.mkd(event)
+        with client.transfercmd(f"STOR {event}/a.jpg") as connection:
+            self.assertEqual((client.sock.version(), connection.version()), ("TLSv1.2", "TLSv1.2"))
+            connection.unwrap().close()
+        self.assertRegex(client.voidresp(), "^226 ")
+
     def test_a_client_may_begin_tls_on_the_data_connection_before_its_command(self) -> None:
         client, event = self.secured(), self.new_event()
         client.mkd(event)
