@@ -32,7 +32,7 @@ bool connects(int socket, std::uint16_t localPort, std::uint16_t remotePort) {
 
 } // namespace
 
-int FTPSockets::open(User* user, const curl_sockaddr& address) {
+int FTPSockets::open(User* user, Purpose purpose, const curl_sockaddr& address) {
     const std::lock_guard lock(mutex_);
     if (isOver_)
         return CURL_SOCKET_BAD;
@@ -40,7 +40,7 @@ int FTPSockets::open(User* user, const curl_sockaddr& address) {
     if (socket < 0)
         return CURL_SOCKET_BAD;
     ::setsockopt(socket, IPPROTO_TCP, TCP_NOTSENT_LOWAT, &kMostUnsentBytes, sizeof kMostUnsentBytes);
-    users_[socket] = user;
+    uses_[socket] = {user, purpose};
     return socket;
 }
 
@@ -48,21 +48,21 @@ int FTPSockets::close(int socket) {
     User* user = nullptr;
     {
         const std::lock_guard lock(mutex_);
-        user = users_[socket];
+        user = uses_[socket].user;
     }
     // Without the lock: the user may wait for a last word, which another thread may want to end.
     if (user)
         user->socketWillClose(socket);
     const std::lock_guard lock(mutex_);
-    users_.erase(socket);
+    uses_.erase(socket);
     return ::close(socket);
 }
 
 int FTPSockets::take(User* user, std::uint16_t localPort, std::uint16_t remotePort) {
     const std::lock_guard lock(mutex_);
-    for (auto& [socket, owner] : users_) {
-        if ((owner == nullptr || owner == user) && connects(socket, localPort, remotePort)) {
-            owner = user;
+    for (auto& [socket, use] : uses_) {
+        if ((use.user == nullptr || use.user == user) && connects(socket, localPort, remotePort)) {
+            use.user = user;
             return socket;
         }
     }
@@ -71,29 +71,49 @@ int FTPSockets::take(User* user, std::uint16_t localPort, std::uint16_t remotePo
 
 void FTPSockets::release(User* user) {
     const std::lock_guard lock(mutex_);
-    for (auto& [socket, owner] : users_) {
-        if (owner == user)
-            owner = nullptr;
+    for (auto& [socket, use] : uses_) {
+        if (use.user == user)
+            use.user = nullptr;
     }
+}
+
+void FTPSockets::shutDown(int socket, Purpose purpose) {
+    if (purpose == Purpose::Control) {
+        ::shutdown(socket, SHUT_RDWR);
+        return;
+    }
+    // A FIN would say that the file is whole. Dissolving the connection says RST at once (connect(2),
+    // tcp(7)).
+    const sockaddr nobody{AF_UNSPEC, {}};
+    ::connect(socket, &nobody, sizeof nobody);
 }
 
 void FTPSockets::shutDown(const User* user) {
     const std::lock_guard lock(mutex_);
-    for (const auto& [socket, owner] : users_) {
-        if (owner == user)
-            ::shutdown(socket, SHUT_RDWR);
+    // The data first: a server that misses its control connection may take the file for what has come of it.
+    for (const Purpose purpose : {Purpose::Data, Purpose::Control}) {
+        for (const auto& [socket, use] : uses_) {
+            if (use.user == user && use.purpose == purpose)
+                shutDown(socket, purpose);
+        }
     }
 }
 
 void FTPSockets::shutDownForGood() {
     const std::lock_guard lock(mutex_);
     isOver_ = true;
-    for (const auto& [socket, owner] : users_)
-        ::shutdown(socket, SHUT_RDWR);
+    for (const auto& [socket, use] : uses_)
+        shutDown(socket, use.purpose);
 }
 
 void FTPSockets::shutDownIdle() {
     shutDown(nullptr);
+}
+
+void FTPSockets::cutOffWhenClosed(int socket) {
+    // socket(7): closed with no time to linger.
+    const linger none{1, 0};
+    ::setsockopt(socket, SOL_SOCKET, SO_LINGER, &none, sizeof none);
 }
 
 } // namespace platform

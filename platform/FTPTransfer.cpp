@@ -160,7 +160,9 @@ void FTPTransfer::append(List& list, const QByteArray& text) {
 curl_socket_t FTPTransfer::openSocket(void* self, curlsocktype, curl_sockaddr* address) {
     auto* const transfer = static_cast<FTPTransfer*>(self);
     transfer->silence_ = {};
-    return transfer->isStopped() ? CURL_SOCKET_BAD : transfer->sockets_->open(transfer, *address);
+    // Once it is logged in, all that it opens is for data.
+    const auto purpose = transfer->control_ < 0 ? FTPSockets::Purpose::Control : FTPSockets::Purpose::Data;
+    return transfer->isStopped() ? CURL_SOCKET_BAD : transfer->sockets_->open(transfer, purpose, *address);
 }
 
 int FTPTransfer::closeSocket(void* sockets, curl_socket_t socket) {
@@ -285,16 +287,23 @@ std::optional<StreamError> FTPTransfer::look(std::chrono::nanoseconds waited) {
     return outcome(CURLE_SEND_ERROR);
 }
 
+void FTPTransfer::socketWillClose(int socket) {
+    if (socket == control_) {
+        waitForReason();
+        control_ = -1;
+    } else if (isOpened_ && !hasSentAll()) {
+        FTPSockets::cutOffWhenClosed(socket);
+    }
+}
+
 /// Where the data connection was reset, the server may be about to say why, but libcurl has given up and
 /// reads no more.
-void FTPTransfer::socketWillClose(int socket) {
-    if (socket != control_)
+void FTPTransfer::waitForReason() {
+    if (!isSending() || isCutShort_ || isStopped() || isEncrypted() || !isPreliminary(reply_) || hasSentAll())
         return;
-    const bool isUnexplained = isSending() && !isCutShort_ && !isStopped() && isPreliminary(reply_);
-    const auto patience = std::min<std::chrono::milliseconds>(kReasonTime, request_.transport.idleTimeout);
-    if (isUnexplained && !isEncrypted() && !hasSentAll() && isReadable(socket, patience))
+    if (isReadable(control_,
+                   std::min<std::chrono::milliseconds>(kReasonTime, request_.transport.idleTimeout)))
         lookForRefusal();
-    control_ = -1;
 }
 
 void FTPTransfer::end(CURLcode result) {

@@ -104,6 +104,7 @@ private:
     std::size_t nextBytes(char* buffer, std::size_t capacity);
     void lookForRefusal();
     void socketWillClose(int socket) override;
+    void waitForReason();
     bool isSending() const;
     bool hasSentAll() const;
     void tellEnd(const StreamError& error);

@@ -199,6 +199,7 @@ void FTPWorker::lookAfterTransfers(std::chrono::nanoseconds waited) {
     const Transfers all = running_;
     for (const auto& transfer : all) {
         if (const auto reason = transfer->look(waited)) {
+            sockets_.shutDown(transfer.get());
             remove(transfer);
             transfer->giveUp(*reason);
         }

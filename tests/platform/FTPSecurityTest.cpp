@@ -179,6 +179,18 @@ TEST_F(FTPSecurityTest, CloseCutsAConnectionAtOnceThatLibcurlWaitsFor) {
     EXPECT_TRUE(upload(QStringLiteral("b.jpg"), kMarkedContents));
 }
 
+TEST_F(FTPSecurityTest, FileOfAClosedStreamLooksCutOffToTheServer) {
+    server->setDataPace(std::chrono::milliseconds{2});
+    for (int file = 0; file < 10; ++file) {
+        StreamRun run(QStringLiteral("a.jpg"), transport, sampleBytes(3'000'000));
+        ASSERT_TRUE(run.open());
+        ASSERT_TRUE(waitUntil([&] { return run.written > 0; }));
+        run.stream->close();
+        ASSERT_TRUE(waitUntil([&] { return server->openConnectionCount() == 0; }));
+    }
+    EXPECT_TRUE(server->files().empty());
+}
+
 TEST_F(FTPSecurityTest, ConnectionInClearIsNotReusedWhereEncryptionIsDemanded) {
     useServer({});
     transport.ftpSecurity = FTPSecurity::Plain;

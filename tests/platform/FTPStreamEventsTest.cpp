@@ -235,6 +235,18 @@ TEST_F(FTPStreamEventsTest, CloseCutsAnUploadThatTheServerDoesNotTake) {
     EXPECT_LT(timer.elapsed(), kAtOnce);
 }
 
+TEST_F(FTPStreamEventsTest, FileOfAClosedStreamLooksCutOffToTheServer) {
+    server->setDataPace(std::chrono::milliseconds{2});
+    for (int file = 0; file < 10; ++file) {
+        StreamRun run(QStringLiteral("a.jpg"), transport, sampleBytes(6'000'000));
+        ASSERT_TRUE(run.open());
+        ASSERT_TRUE(waitUntil([&] { return run.written > 0; }));
+        run.stream->close();
+        ASSERT_TRUE(waitUntil([&] { return server->openConnectionCount() == 0; }));
+    }
+    EXPECT_TRUE(server->files().empty());
+}
+
 TEST_F(FTPStreamEventsTest, StreamAfterACloseDoesNotWaitForTheSilentServerOfTheFirst) {
     const auto run = uploadWithoutAnswer();
     QElapsedTimer timer;

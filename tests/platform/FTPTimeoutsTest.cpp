@@ -58,6 +58,23 @@ TEST_F(FTPTimeoutsTest, ClientThatWritesNothingIsAnError) {
     expectTimeout(run.error);
 }
 
+TEST_F(FTPTimeoutsTest, FileOfWhichOnlyAPartWasWrittenLooksCutOffToTheServer) {
+    const QByteArray contents = sampleBytes(100'000);
+    timer.start();
+    StreamRun run(QStringLiteral("a.jpg"), transport, contents);
+    run.onEvent = [&](StreamEvent event) {
+        if (event == kStreamEventCanAcceptBytes && run.written == 0)
+            run.written =
+                run.stream->write(reinterpret_cast<const std::uint8_t*>(contents.constData()), 50'000);
+        return event == kStreamEventCanAcceptBytes;
+    };
+    ASSERT_TRUE(run.openAndWait());
+    expectTimeout(run.error);
+    ASSERT_TRUE(test_support::waitUntil([&] { return server->openConnectionCount() == 0; }));
+    EXPECT_EQ(server->receivedBytes(), 50'000U);
+    EXPECT_TRUE(server->files().empty());
+}
+
 TEST_F(FTPTimeoutsTest, ReplyThatDripsForEverIsAnError) {
     server->on("MKD", FTPFault{.answer = QByteArray("257-dripping\n").repeated(5000), .inPieces = true});
     timer.start();

@@ -299,7 +299,10 @@ void FTPConversation::receive(const QByteArray& path) {
             break;
         contents += piece;
     }
+    const bool isWhole = data->hasEndedInOrder();
     data = {};
+    if (!isWhole)
+        return say("426 Cut off");
     play(kFTPClosingReply, [&] {
         const std::lock_guard lock(state_->mutex);
         state_->files[path] = contents;

@@ -54,7 +54,8 @@ struct FTPServerState;
 ///
 /// Without a fault it is an honest server: it lets everybody log in, starts in an empty login folder, keeps
 /// files in memory, answers 550 to MKD of a folder that exists or whose parent does not, and 553 to STOR
-/// into a folder that does not exist. All functions: any thread. Its destructor cuts all connections.
+/// into a folder that does not exist, and 426 to a file that is cut off. All functions: any thread. Its
+/// destructor cuts all connections.
 class ScriptedFTPServer {
 public:
     static constexpr int kEveryTime = 0;

@@ -97,6 +97,8 @@ QByteArray ServerSocket::read(std::size_t length) {
     const auto count = tls_ ? SSL_read(tls_.get(), bytes.data(), static_cast<int>(length))
                             : static_cast<int>(::recv(descriptor_, bytes.data(), length, 0));
     bytes.resize(count > 0 ? count : 0);
+    if (count <= 0)
+        hasEndedInOrder_ = tls_ ? SSL_get_error(tls_.get(), count) == SSL_ERROR_ZERO_RETURN : count == 0;
     if (!tls_)
         tellTap(&tap_, bytes.constData(), static_cast<std::size_t>(bytes.size()));
     return bytes;

@@ -41,6 +41,8 @@ public:
 
     /// At most `length` bytes, as soon as there are any; empty at the end, whatever its reason.
     QByteArray read(std::size_t length);
+    /// True where the peer has said that all bytes were sent: by a FIN, or by TLS's closing notice.
+    bool hasEndedInOrder() const { return hasEndedInOrder_; }
     bool send(const QByteArray& bytes);
     /// Ends the sending direction; `Reset` closes at once.
     void cut(Cut how);
@@ -58,6 +60,7 @@ private:
     int descriptor_;
     Tap tap_;
     std::unique_ptr<SSL, FreeTLS> tls_;
+    bool hasEndedInOrder_ = false;
 };
 
 } // namespace test_support
