@@ -42,10 +42,9 @@ void FTPStage::SetUp() {
 }
 
 void FTPStage::TearDown() {
-    const bool isFinishing = host.count(kUploadEnded) > host.count(kUnanswered);
-    if (isFinishing) {
-        EXPECT_TRUE(waitUntil([&] { return host.count(kUploadEnded) == host.count(kUnanswered); }));
-    }
+    EXPECT_TRUE(waitUntil([&] {
+        return host.count(kUploadEnded) == host.count(kUnanswered) + host.count(kFinished);
+    })) << "the finishing request must end by itself";
     // What still runs ends by a cancel, as it would for a user.
     plugIn->exportManagerShouldCancelExport();
     if (HasFailure()) {

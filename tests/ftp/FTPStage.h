@@ -73,6 +73,7 @@ inline const QString kChainBroken = QStringLiteral("folderChainEnded 0");
 inline const QString kUploadEnded = QStringLiteral("uploadEnded 1");
 inline const QString kUploadBroken = QStringLiteral("uploadEnded 0");
 inline const QString kCancelled = QStringLiteral("shouldCancelExport");
+inline const QString kFinished = QStringLiteral("shouldFinishExport");
 inline const QString kUnanswered = QStringLiteral("finishingRequestUnanswered");
 
 } // namespace ftp_tests
