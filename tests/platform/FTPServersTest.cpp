@@ -1,0 +1,160 @@
+#include "tests/platform/StreamRun.h"
+
+#include <QtCore/QCryptographicHash>
+#include <QtCore/QDir>
+#include <QtCore/QFile>
+#include <QtCore/QProcess>
+#include <QtCore/QRegularExpression>
+#include <QtCore/QTemporaryDir>
+
+using namespace ftp_stream_tests;
+using namespace platform;
+using test_support::ServerCertificate;
+using test_support::TestCertificates;
+
+namespace {
+
+const QString kPython = QStringLiteral("/usr/bin/python3");
+const QString kProgram = QStringLiteral(QUILLMARK_SOURCE_DIR "/tests/platform/serve_ftp.py");
+const QString kHost = QStringLiteral("ftp.quillmark.example");
+constexpr int kFilesInAFolder = 10;
+
+// Names as photographers give them, and as nobody should.
+const QStringList kFolders{QStringLiteral("77"), QStringLiteral("77/Feier & Fête"),
+                           QStringLiteral("77/結婚式 #1"), QStringLiteral("77/100% \"best\""),
+                           QStringLiteral("77/Why? 'cause")};
+
+QByteArray checksum(const QByteArray& bytes) {
+    return QCryptographicHash::hash(bytes, QCryptographicHash::Sha256);
+}
+
+struct RealServer {
+    const char* program;
+    FTPSecurity security;
+};
+
+std::string nameOf(const testing::TestParamInfo<RealServer>& info) {
+    return std::string(info.param.program) +
+           (info.param.security == FTPSecurity::Plain ? "InClear" : "WithTLS");
+}
+
+/// One of the servers that Debian brings, in a process of its own.
+class FTPServersTest : public testing::TestWithParam<RealServer> {
+protected:
+    FTPServersTest() {
+        QStringList arguments{kProgram, QString::fromLatin1(GetParam().program), folder.path()};
+        transport.ftpSecurity = GetParam().security;
+        if (transport.ftpSecurity == FTPSecurity::Required) {
+            const ServerCertificate certificate = certificates.issue({kHost});
+            arguments << certificate.certificateFile << certificate.keyFile;
+            transport.caFile = certificates.caFile();
+        }
+        process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        process.start(kPython, arguments);
+        while (!process.canReadLine() && process.waitForReadyRead()) {
+        }
+        const int port = process.readLine().trimmed().toInt();
+        transport.connectTo = QStringLiteral("%1:21:127.0.0.1:%2").arg(kHost).arg(port);
+    }
+    ~FTPServersTest() override {
+        process.closeWriteChannel();
+        process.waitForFinished();
+    }
+
+    bool run(StreamRun& stream) const {
+        if (qstrcmp(GetParam().program, "vsftpd") == 0)
+            stream.stream->setUserName(QString());
+        return stream.openAndWait() && stream.succeeded();
+    }
+    bool makeFolder(const QString& path) const {
+        StreamRun stream(path + QLatin1Char('/'), transport);
+        return run(stream);
+    }
+    bool upload(const QString& path, const QByteArray& contents) const {
+        StreamRun stream(path, transport, contents);
+        return run(stream);
+    }
+    StreamError errorOf(const QString& path) const {
+        StreamRun stream(path, transport, sampleBytes(10));
+        EXPECT_FALSE(run(stream));
+        return stream.error;
+    }
+
+    QByteArray stored(const QString& path) const {
+        QFile file(folder.filePath(QStringLiteral("root/") + path));
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    }
+
+    /// The names of the commands that came, in their order.
+    QStringList commands() const {
+        static const QRegularExpression vsftpdCommand(
+            QStringLiteral("FTP command: Client \"[^\"]*\", \"(\\w+)"));
+        static const QRegularExpression plainCommand(QStringLiteral("^(\\w+)"));
+        const bool isPlain = qstrcmp(GetParam().program, "pyftpdlib") == 0;
+        QFile log(folder.filePath(QStringLiteral("log")));
+        QStringList names;
+        if (log.open(QIODevice::ReadOnly)) {
+            for (const QString& line : QString::fromUtf8(log.readAll()).split(QLatin1Char('\n'))) {
+                const auto match = (isPlain ? plainCommand : vsftpdCommand).match(line);
+                if (match.hasMatch())
+                    names << match.captured(1);
+            }
+        }
+        return names;
+    }
+
+    TestCertificates certificates;
+    QTemporaryDir folder;
+    QProcess process;
+    Transport transport;
+};
+
+TEST_P(FTPServersTest, FilesOfAllNamesArriveWholeAndAtTwoCommandsAFile) {
+    std::map<QString, QByteArray> checksums;
+    for (const QString& path : kFolders)
+        ASSERT_TRUE(makeFolder(path)) << path.toStdString();
+    for (const QString& path : kFolders) {
+        for (int file = 0; file < kFilesInAFolder; ++file) {
+            const QString name =
+                QStringLiteral("%1/Bild Nr. %2 für 'Käthe' #%? & 花嫁 \"x\".jpg").arg(path).arg(file);
+            const QByteArray contents =
+                sampleBytes(file * file * 5000, static_cast<unsigned>(checksums.size()));
+            checksums[name] = checksum(contents);
+            ASSERT_TRUE(upload(name, contents)) << name.toStdString();
+        }
+    }
+    for (const auto& [name, expected] : checksums)
+        EXPECT_EQ(checksum(stored(name)), expected) << name.toStdString();
+
+    const QStringList sent = commands();
+    EXPECT_EQ(sent.count(QStringLiteral("USER")), 1);
+    EXPECT_EQ(sent.count(QStringLiteral("MKD")), kFolders.size());
+    EXPECT_EQ(sent.count(QStringLiteral("STOR")), kFolders.size() * kFilesInAFolder);
+    EXPECT_EQ(sent.count(QStringLiteral("EPSV")), kFolders.size() * kFilesInAFolder);
+    // The rest is the login, TLS with it, and one TYPE.
+    const auto once = sent.size() - kFolders.size() - 2 * kFolders.size() * kFilesInAFolder;
+    EXPECT_LE(once, GetParam().security == FTPSecurity::Required ? 7 : 4);
+}
+
+TEST_P(FTPServersTest, FolderThatExistsIsReply550AndMissingOneARefusal) {
+    ASSERT_TRUE(makeFolder(QStringLiteral("77")));
+    EXPECT_EQ(errorOf(QStringLiteral("77/")), ftpError(550));
+    EXPECT_EQ(errorOf(QStringLiteral("missing/a.jpg")).domain, kStreamErrorDomainFTP);
+    EXPECT_TRUE(upload(QStringLiteral("77/a.jpg"), sampleBytes(100)));
+    EXPECT_EQ(commands().count(QStringLiteral("USER")), 1);
+}
+
+TEST_P(FTPServersTest, LongFileArrivesWhole) {
+    const QByteArray contents = sampleBytes(20'000'000);
+    ASSERT_TRUE(upload(QStringLiteral("long.jpg"), contents));
+    EXPECT_TRUE(stored(QStringLiteral("long.jpg")) == contents);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, FTPServersTest,
+                         testing::Values(RealServer{"pyftpdlib", FTPSecurity::Plain},
+                                         RealServer{"pyftpdlib", FTPSecurity::Required},
+                                         RealServer{"vsftpd", FTPSecurity::Plain},
+                                         RealServer{"vsftpd", FTPSecurity::Required}),
+                         nameOf);
+
+} // namespace
