@@ -335,8 +335,10 @@ TEST(ColorManagement, AScaledGreyPictureIsReadByItsProfile) {
 
 TEST(ColorManagement, AnRGBProfileInAGreyPictureIsPassedOver) {
     const VImage grey = patches({{0}, {100}, {255}}, 3, kSide, VIPS_INTERPRETATION_B_W);
-    QByteArray data = file(grey, ".jpg[Q=100]");
-    const auto image = Image::open(file(withProfile(grey, profileResource("ProPhotoRGB.icc")), ".png"));
+    const QByteArray profile = profileResource("ProPhotoRGB.icc");
+    const QByteArray data = file(withProfile(grey, profile), ".tif");
+    ASSERT_TRUE(data.contains(profile));
+    const auto image = Image::open(data);
     ASSERT_TRUE(image);
     EXPECT_TRUE(embeddedProfile(*image->asJPEG(kBest)).isEmpty());
     EXPECT_NEAR(patchColor(decoded(*image->scaledJPEG(60, 20, *ColorSpace::sRGB(), kBest)), 1, 3, 20)[0], 100,

@@ -1,7 +1,11 @@
-// How much memory a picture takes. A program of its own: the high-water mark is the whole process's.
+// How much memory a picture takes. A program of its own: the high-water mark is the whole process's, so the
+// tests that take little come first.
 
 #include "platform/Image.h"
 #include "tests/support/Pictures.h"
+
+#include <QtCore/QBuffer>
+#include <QtGui/QImage>
 
 #include <gtest/gtest.h>
 
@@ -19,7 +23,28 @@ constexpr std::size_t bytesOfPixels(std::size_t width, std::size_t height) {
     return width * height * 3;
 }
 
+/// Written by another library, so that the mark shows the reading alone.
+QByteArray grey(int width, int height, const char* format) {
+    QImage image(width, height, QImage::Format_RGB32);
+    image.fill(Qt::gray);
+    QBuffer file;
+    file.open(QIODevice::WriteOnly);
+    image.save(&file, format);
+    return file.data();
+}
+
 } // namespace
+
+TEST(ImageMemory, AJPEGThatIsScaledDownFarIsDecodedSmall) {
+    // Its lines have an eighth of the length: the decoder left the other pixels out.
+    platform::startImageLibrary();
+    const QByteArray jpeg = grey(20'000, 1000, "JPG");
+    const QByteArray png = grey(20'000, 1000, "PNG");
+    ASSERT_TRUE(Image::open(jpeg)->scaledJPEG(500, 25, *ColorSpace::sRGB(), kBest));
+    const std::size_t decodedSmall = vips_tracked_get_mem_highwater();
+    ASSERT_TRUE(Image::open(png)->scaledJPEG(500, 25, *ColorSpace::sRGB(), kBest));
+    EXPECT_LT(decodedSmall, vips_tracked_get_mem_highwater() / 2);
+}
 
 TEST(ImageMemory, AnEnlargementIsComputedAFewLinesAtATime) {
     constexpr std::size_t kBound = bytesOfPixels(9000, 6000) / 2;

@@ -32,6 +32,7 @@ namespace {
 
 constexpr double kBest = 1.0;
 constexpr unsigned char kQuantizationTables = 0xDB;
+constexpr unsigned char kHuffmanTables = 0xC4;
 constexpr unsigned char kHuffmanBaseline = 0xC0;
 
 constexpr int kSide = 64;
@@ -460,6 +461,24 @@ TEST(Image, AbsurdSizesAreRefusedByTheHeader) {
     EXPECT_TRUE(Image::open(emptyPNG(20'000, 20'000, false)));
     EXPECT_FALSE(Image::open(emptyPNG(20'000, 20'000, true)))
         << "an interlaced one is held in memory as a whole";
+}
+
+TEST(Image, AnImmensePictureIsEncodedWithTheStandardsCodes) {
+    // The encoder would have to hold all of it for codes of its own.
+    constexpr qsizetype kSizeOfStandardTables =
+        2 * (1 + 16 + 12) + 2 * (1 + 16 + 162); // ITU T.81, annex K.3.
+    const auto sizeOfTables = [](const QByteArray& jpeg) {
+        qsizetype size = 0;
+        for (const auto& segment : segments(jpeg)) {
+            if (segment.marker == kHuffmanTables)
+                size += segment.payload.size();
+        }
+        return size;
+    };
+    const VImage grey = patches({{90, 100, 110}}, 1, 100);
+    EXPECT_LT(sizeOfTables(unscaled(file(grey, ".png"))), kSizeOfStandardTables);
+    EXPECT_EQ(sizeOfTables(unscaled(file(grey.replicate(90, 80), ".png[compression=1]"))),
+              kSizeOfStandardTables);
 }
 
 TEST(Image, SeveralThreadsPrepareTheSamePictureAlike) {
