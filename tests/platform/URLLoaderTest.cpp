@@ -1,5 +1,6 @@
 #include "platform/URLLoader.h"
 #include "tests/support/ScriptedWebServer.h"
+#include "tests/support/Waiting.h"
 
 #include <gtest/gtest.h>
 
@@ -99,13 +100,24 @@ TEST_F(URLLoaderTest, LoaderGoesOnAfterAFailure) {
         WebAnswer answer = WebAnswer::ok("x");
         if (++count == 1) {
             answer.bytes.clear();
-            answer.cut = Cut::Reset;
+            answer.cuts = {Cut::Reset};
         }
         return answer;
     });
     URLLoader loader(transport());
     expectNoResponse(loader.get(kURL));
     EXPECT_EQ(loader.get(kURL).statusCode, 200);
+}
+
+TEST_F(URLLoaderTest, ConnectionThatTheServerHasEndedEndsNothingElse) {
+    WebAnswer last = WebAnswer::ok("x");
+    last.cuts = {Cut::Finish, Cut::Reset};
+    server.setScript([last](const WebRequest&) { return last; });
+    auto loader = std::make_unique<URLLoader>(transport());
+    EXPECT_EQ(loader->get(kURL).statusCode, 200);
+    ASSERT_TRUE(test_support::waitUntil([this] { return server.openConnections() == 0; }));
+    // Says goodbye into the void, for which the system would send SIGPIPE.
+    loader.reset();
 }
 
 TEST_F(URLLoaderTest, CookiesAreNeitherKeptNorSent) {
@@ -141,33 +153,33 @@ TEST_F(URLLoaderTest, InterimAnswersAndTrailersArePassed) {
 TEST_F(URLLoaderTest, BodyUntilTheEndOfTheConnectionIsWhole) {
     WebAnswer answer;
     answer.bytes = "HTTP/1.1 200 OK\r\n\r\nto the end";
-    answer.cut = Cut::Finish;
+    answer.cuts = {Cut::Finish};
     EXPECT_EQ(answered(answer).body, "to the end");
 }
 
 TEST_F(URLLoaderTest, BrokenOffAnswersAreNoResponse) {
     WebAnswer tooShort;
     tooShort.bytes = "HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhalf";
-    tooShort.cut = Cut::Finish;
+    tooShort.cuts = {Cut::Finish};
     expectNoResponse(answered(tooShort));
-    tooShort.cut = Cut::Reset;
+    tooShort.cuts = {Cut::Reset};
     expectNoResponse(answered(tooShort));
     expectNoResponse(answered(WebAnswer::chunked({"one", "two"}, false)));
 
     WebAnswer inTheHeaders;
     inTheHeaders.bytes = "HTTP/1.1 200 OK\r\nContent-";
-    inTheHeaders.cut = Cut::Finish;
+    inTheHeaders.cuts = {Cut::Finish};
     expectNoResponse(answered(inTheHeaders));
 
     WebAnswer nothing;
-    nothing.cut = Cut::Reset;
+    nothing.cuts = {Cut::Reset};
     expectNoResponse(answered(nothing));
 }
 
 TEST_F(URLLoaderTest, AnswerThatIsNoHTTPIsNoResponse) {
     WebAnswer answer;
     answer.bytes = "220 ftp ready\r\n\r\n";
-    answer.cut = Cut::Finish;
+    answer.cuts = {Cut::Finish};
     expectNoResponse(answered(answer));
 }
 

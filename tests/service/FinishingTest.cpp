@@ -118,7 +118,7 @@ TEST_F(Finishing, AnswerWithoutAResultShowsNoInformativeText) {
 
 TEST_F(Finishing, RejectedAnswerIsToldToTheObserverAlone) {
     WebAnswer reset;
-    reset.cut = test_support::Cut::Reset;
+    reset.cuts = {test_support::Cut::Reset};
     int unanswered = 0;
     for (const WebAnswer& failure :
          {WebAnswer::ok({}), WebAnswer::of(500, "<Result>x</Result>"), WebAnswer::of(204, {}), reset}) {

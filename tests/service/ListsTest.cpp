@@ -152,7 +152,7 @@ TEST_F(Lists, AnswerWithoutEventsStillRevealsTheControls) {
 
 TEST_F(Lists, RejectedEventListLeavesTheViewWaiting) {
     WebAnswer reset;
-    reset.cut = test_support::Cut::Reset;
+    reset.cuts = {test_support::Cut::Reset};
     for (const WebAnswer& failure : {WebAnswer::ok({}), WebAnswer::of(404, eventListAnswer(1)),
                                      WebAnswer::of(202, eventListAnswer(1)), reset}) {
         makePlugIn();

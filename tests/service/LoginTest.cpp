@@ -192,7 +192,7 @@ TEST_F(Login, OnlyTheExactTextMeansSuccess) {
 
 TEST_F(Login, EveryFailureOfTheRequestEndsTheSameWay) {
     WebAnswer reset;
-    reset.cut = test_support::Cut::Reset;
+    reset.cuts = {test_support::Cut::Reset};
     for (const WebAnswer& failure :
          {WebAnswer::of(404, loginAnswer()), WebAnswer::of(500, loginAnswer()),
           WebAnswer::of(201, loginAnswer()), WebAnswer::ok({}), reset,

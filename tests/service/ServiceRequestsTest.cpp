@@ -95,7 +95,7 @@ TEST_F(Acceptance, RedirectIsJudgedByWhereItLeads) {
 
 TEST_F(Acceptance, FailedTransportIsRejected) {
     WebAnswer reset;
-    reset.cut = Cut::Reset;
+    reset.cuts = {Cut::Reset};
     EXPECT_EQ(answerTo(reset), std::nullopt);
 }
 

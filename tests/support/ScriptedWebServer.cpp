@@ -55,7 +55,7 @@ WebAnswer WebAnswer::chunked(const QList<QByteArray>& chunks, bool isComplete) {
     if (isComplete)
         answer.bytes += "0\r\n\r\n";
     else
-        answer.cut = Cut::Finish;
+        answer.cuts = {Cut::Finish};
     return answer;
 }
 
@@ -113,6 +113,11 @@ int ScriptedWebServer::failedHandshakes() const {
     return failedHandshakes_;
 }
 
+int ScriptedWebServer::openConnections() const {
+    const std::lock_guard lock(mutex_);
+    return static_cast<int>(sockets_.size());
+}
+
 int ScriptedWebServer::largestConcurrency() const {
     const std::lock_guard lock(mutex_);
     return largestConcurrency_;
@@ -125,12 +130,19 @@ void ScriptedWebServer::acceptConnections() {
         if (isEnding_)
             return;
         sockets_.push_back(socket);
-        connections_.emplace_back([this, socket] {
+        connections_.emplace_back([this, socket = std::move(socket)] {
             ignoreBrokenPipes();
             serve(*socket);
             socket->interrupt();
+            // The last goodbye is said on this thread.
+            forget(socket);
         });
     }
+}
+
+void ScriptedWebServer::forget(const std::shared_ptr<ServerSocket>& socket) {
+    const std::lock_guard lock(mutex_);
+    std::erase(sockets_, socket);
 }
 
 void ScriptedWebServer::serve(ServerSocket& socket) {
@@ -203,8 +215,9 @@ bool ScriptedWebServer::send(ServerSocket& socket, const WebAnswer& answer) cons
         }
         return false;
     }
-    socket.cut(answer.cut);
-    return answer.cut == Cut::None;
+    for (const Cut cut : answer.cuts)
+        socket.cut(cut);
+    return answer.cuts.empty();
 }
 
 } // namespace test_support

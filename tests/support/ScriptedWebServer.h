@@ -42,8 +42,8 @@ struct WebAnswer {
     std::chrono::milliseconds bytePause{0}; ///< Between one byte and the next, where not 0.
     bool isEndless = false;                 ///< Sends the last 64 KiB again until the client is gone.
     bool isSilentAfterwards =
-        false;           ///< Keeps the connection without a further byte until the client is gone.
-    Cut cut = Cut::None; ///< What ends the connection afterwards.
+        false;             ///< Keeps the connection without a further byte until the client is gone.
+    std::vector<Cut> cuts; ///< What ends the connection afterwards, one after the other.
 };
 
 /// A web server within the test: HTTP/1.1 over TLS on the loopback address, a thread a connection.
@@ -69,11 +69,14 @@ public:
     /// Connections whose TLS handshake succeeded, and those where it failed.
     int connectionCount() const;
     int failedHandshakes() const;
+    /// Connections that the server has not ended yet.
+    int openConnections() const;
     /// The most requests that were ever in work at the same time.
     int largestConcurrency() const;
 
 private:
     void acceptConnections();
+    void forget(const std::shared_ptr<ServerSocket>& socket);
     void serve(ServerSocket& socket);
     std::optional<WebRequest> readRequest(ServerSocket& socket, QByteArray& buffer) const;
     bool send(ServerSocket& socket, const WebAnswer& answer) const;
