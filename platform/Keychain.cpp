@@ -175,8 +175,8 @@ std::string attributeText(const QByteArray& bytes) {
     std::string text;
     const char* const end = bytes.constData() + bytes.size();
     for (const char* next = bytes.constData(); next < end;) {
-        const gunichar character = g_utf8_get_char_validated(next, end - next);
-        const bool isByte = character == 0 || character > 0x10ffff || (character & ~0xffU) == kByteCharacters;
+        const gunichar character = g_utf8_get_char_validated(next, end - next); // none starts with a NUL
+        const bool isByte = character > 0x10ffff || (character & ~0xffU) == kByteCharacters;
         if (isByte) {
             char escaped[6];
             const auto value = static_cast<unsigned char>(*next);

@@ -1,6 +1,5 @@
 #include "platform/Secret.h"
 
-#include <cerrno>
 #include <cstring>
 
 #include <iconv.h>
@@ -9,6 +8,9 @@
 namespace platform {
 
 namespace {
+
+/// More than any encoding needs: a byte of some stands for a letter and its marks.
+constexpr qsizetype kUnitsPerByte = 4;
 
 /// Zeros the whole allocation, so that no cut-off end stays behind. Literals and raw data belong to somebody
 /// else and may be read-only.
@@ -37,18 +39,18 @@ public:
 
     bool isValid() const { return descriptor_ != iconv_t(-1); }
 
-    /// Fills `text`, which bounds the length; the iconv(3) error number, 0 on success.
-    int convert(const QByteArray& bytes, QString& text) {
-        iconv(descriptor_, nullptr, nullptr, nullptr, nullptr);
-        auto* in = const_cast<char*>(bytes.constData()); // iconv doesn't write there.
+    /// Fills `text`, whose size is the room there is, and cuts it to what was needed. False where not all
+    /// bytes could be read.
+    bool convert(const QByteArray& bytes, QString& text) {
+        auto* in = const_cast<char*>(bytes.constData()); // iconv doesn't write there
         auto inLeft = static_cast<std::size_t>(bytes.size());
         auto* out = reinterpret_cast<char*>(text.data());
         auto outLeft = static_cast<std::size_t>(text.size()) * sizeof(QChar);
         if (iconv(descriptor_, &in, &inLeft, &out, &outLeft) == std::size_t(-1) ||
             iconv(descriptor_, nullptr, nullptr, &out, &outLeft) == std::size_t(-1))
-            return errno;
+            return false;
         text.truncate(text.size() - static_cast<qsizetype>(outLeft / sizeof(QChar)));
-        return 0;
+        return true;
     }
 
 private:
@@ -69,16 +71,10 @@ QString textFromDefaultCString(const QByteArray& bytes) {
         bytes.constData(), static_cast<qsizetype>(qstrnlen(bytes.constData(), bytes.size())));
     Converter converter(nl_langinfo(CODESET));
     if (converter.isValid()) {
-        // One unit a byte suffices for all but a few encodings, whose characters have several code points.
-        for (qsizetype length = cString.size() + 1;; length *= 2) {
-            QString text(length, Qt::Uninitialized);
-            const int error = converter.convert(cString, text);
-            if (error == 0)
-                return text;
-            wipe(text);
-            if (error != E2BIG)
-                break;
-        }
+        QString text((cString.size() + 1) * kUnitsPerByte, Qt::Uninitialized);
+        if (converter.convert(cString, text))
+            return text;
+        wipe(text);
     }
     return QString::fromLatin1(cString);
 }

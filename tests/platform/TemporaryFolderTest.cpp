@@ -125,10 +125,12 @@ TEST_F(TemporaryFolder, RemovedFolderIsMadeAnew) {
     EXPECT_TRUE(QFile::exists(second.folder));
 }
 
-TEST_F(TemporaryFolder, LinkIsPassedOver) {
+TEST_F(TemporaryFolder, LinkIsPassedOverAndItsTargetLeftAlone) {
     const QTemporaryDir trap;
+    ASSERT_EQ(chmod(QFile::encodeName(trap.path()).constData(), 0755), 0);
     ASSERT_TRUE(QFile::link(trap.path(), numbered(1)));
     EXPECT_EQ(Process(parent()).folder, numbered(2));
+    EXPECT_TRUE(QFile::permissions(trap.path()) & QFile::ReadOther);
 }
 
 TEST_F(TemporaryFolder, FileIsPassedOver) {
