@@ -223,6 +223,30 @@ TEST_F(FTPStreamEventsTest, CloseCutsTheConnectionAtOnceWhateverTheServerIsAsked
     }
 }
 
+TEST_F(FTPStreamEventsTest, CloseCutsAKeptConnectionToo) {
+    ASSERT_TRUE(makeFolder(QStringLiteral("77/")));
+    const auto run = uploadWithoutAnswer();
+    ASSERT_EQ(server->connectionCount(), 1);
+    QElapsedTimer timer;
+    timer.start();
+    run->stream->close();
+    EXPECT_TRUE(waitUntil([&] { return server->openConnectionCount() == 0; }));
+    EXPECT_LT(timer.elapsed(), kAtOnce);
+}
+
+TEST_F(FTPStreamEventsTest, ProcessEndsAtOnceWhileLibcurlWaitsForAServer) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    QElapsedTimer timer;
+    timer.start();
+    EXPECT_EXIT(
+        {
+            const auto run = uploadWithoutAnswer();
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "");
+    EXPECT_LT(timer.elapsed(), 10'000);
+}
+
 TEST_F(FTPStreamEventsTest, CloseCutsAnUploadThatTheServerDoesNotTake) {
     server->onData({.afterBytes = 1000, .then = FTPDataFault::Then::AnswerThenStall});
     StreamRun run(QStringLiteral("a.jpg"), transport, sampleBytes(6'000'000));

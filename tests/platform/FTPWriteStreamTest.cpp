@@ -232,6 +232,15 @@ TEST_F(FTPWriteStreamTest, TwoStreamsAtOnceBothArrive) {
     EXPECT_TRUE(server->files().at("2.jpg") == second);
 }
 
+TEST_F(FTPWriteStreamTest, LongFileCostsAnEventForEachHalfOfTheBuffer) {
+    const QByteArray contents = sampleBytes(20'000'000);
+    StreamRun run(QStringLiteral("a.jpg"), transport, contents);
+    ASSERT_TRUE(run.openAndWait());
+    EXPECT_TRUE(server->files().at("a.jpg") == contents);
+    const auto halves = static_cast<std::size_t>(contents.size()) / (FTPWriteStream::kBufferSize / 2);
+    EXPECT_LE(run.events.size(), halves + 4);
+}
+
 TEST_F(FTPWriteStreamTest, ProgressRunsAheadOfASlowServerByLittle) {
     // The stream's buffer, libcurl's, and what the two systems hold for the connection.
     constexpr std::int64_t kMostAhead = 1024 * 1024;

@@ -9,11 +9,11 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <future>
 #include <thread>
 #include <vector>
 
 using namespace platform;
-using test_support::runLoopFor;
 using test_support::waitUntil;
 
 namespace {
@@ -22,22 +22,30 @@ namespace {
 class LoopThread {
 public:
     LoopThread() {
-        thread_.start();
-        thread_.moveToThread(&thread_);
-        QMetaObject::invokeMethod(
-            &thread_, [this] { loop_ = RunLoop::current(); }, Qt::BlockingQueuedConnection);
+        std::promise<std::shared_ptr<RunLoop>> made;
+        auto loop = made.get_future();
+        thread_ = std::thread([&made] {
+            QEventLoop events;
+            made.set_value(RunLoop::current());
+            events.exec();
+        });
+        loop_ = loop.get();
     }
     ~LoopThread() { end(); }
 
+    /// On the thread itself: ends its event loop.
+    static void quit() { QThread::currentThread()->quit(); }
     void end() {
-        thread_.quit();
-        thread_.wait();
+        if (!thread_.joinable())
+            return;
+        loop_->post(&LoopThread::quit);
+        thread_.join();
     }
-    QThread* thread() { return &thread_; }
+    std::thread::id id() const { return thread_.get_id(); }
     const std::shared_ptr<RunLoop>& loop() const { return loop_; }
 
 private:
-    QThread thread_;
+    std::thread thread_;
     std::shared_ptr<RunLoop> loop_;
 };
 
@@ -74,12 +82,12 @@ TEST(RunLoopTest, CallOnItsOwnThreadRunsDirectly) {
 
 TEST(RunLoopTest, CallOfAnotherThreadWaitsForTheEndOfTheWork) {
     LoopThread other;
-    QThread* ranOn = nullptr;
+    std::thread::id ranOn;
     EXPECT_TRUE(other.loop()->call([&] {
         QThread::msleep(20);
-        ranOn = QThread::currentThread();
+        ranOn = std::this_thread::get_id();
     }));
-    EXPECT_EQ(ranOn, other.thread());
+    EXPECT_EQ(ranOn, other.id());
 }
 
 TEST(RunLoopTest, EachThreadHasOneLoopAndMainHasItsOwn) {
@@ -132,7 +140,7 @@ TEST(RunLoopTest, CallThatTheThreadNoLongerGetsToReturnsFalse) {
         isBusy = true;
         while (!mayEnd)
             QThread::msleep(1);
-        QThread::currentThread()->quit();
+        LoopThread::quit();
     });
     ASSERT_TRUE(waitUntil([&] { return isBusy.load(); }));
     std::atomic<bool> hasReturned{false};
