@@ -23,7 +23,7 @@ std::optional<EphemeralFolder> EphemeralFolder::make(QString& error) {
                 QString::fromLocal8Bit(noFolder ? noFolder.message().c_str() : strerrordesc_np(errno));
         return std::nullopt;
     }
-    setenv(kTemporaryFolderVariable, path.c_str(), 1);
+    qputenv(kTemporaryFolderVariable, QByteArray::fromStdString(path));
     return EphemeralFolder(std::move(path));
 }
 

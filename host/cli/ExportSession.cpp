@@ -29,10 +29,12 @@ const QString kUnconfirmed =
 
 std::vector<ExportedImage> exportedImages(const std::vector<QByteArray>& paths) {
     std::vector<QString> names;
+    names.reserve(paths.size());
     for (const QByteArray& path : paths)
         names.push_back(fileName(path));
     names = uniqueNames(names);
     std::vector<ExportedImage> images;
+    images.reserve(paths.size());
     for (std::size_t i = 0; i < paths.size(); ++i)
         images.push_back({paths[i], names[i]});
     return images;
@@ -40,6 +42,7 @@ std::vector<ExportedImage> exportedImages(const std::vector<QByteArray>& paths) 
 
 std::vector<std::optional<QString>> projectsOf(const Options& options) {
     std::vector<std::optional<QString>> projects;
+    projects.reserve(options.images.size());
     for (const QByteArray& path : options.images)
         projects.push_back(options.project ? options.project : folderName(path));
     return projects;

@@ -57,7 +57,7 @@ QString shown(const QByteArray& argument) {
 
 QString text(const QByteArray& value) {
     QStringDecoder decoder(QStringDecoder::Utf8);
-    const QString decoded = decoder(value);
+    QString decoded = decoder(value);
     if (decoder.hasError())
         throw Fault{QStringLiteral("\"%1\" is not valid UTF-8").arg(shown(value))};
     return decoded;

@@ -70,6 +70,7 @@ Entry entryAt(const QComboBox& chooser, int index) {
 
 std::vector<Entry> entriesOf(const QComboBox& chooser) {
     std::vector<Entry> entries;
+    entries.reserve(static_cast<std::size_t>(chooser.count()));
     for (int i = 0; i < chooser.count(); ++i)
         entries.push_back(entryAt(chooser, i));
     return entries;

@@ -66,7 +66,7 @@ private:
 
     QString findBundle() {
         if (options_.plugin) {
-            const QString named = QFile::decodeName(*options_.plugin);
+            QString named = QFile::decodeName(*options_.plugin);
             if (!isPlugInBundle(named))
                 end(Outcome::Usage, QStringLiteral("%1 is not a plug-in's bundle").arg(named));
             return named;

@@ -6,12 +6,11 @@
 #include "host/cli/Output.h"
 #include "host/cli/RunCommand.h"
 
-#include <QtCore/QFile>
+#include <QtCore/QLibrary>
 
-#include <dlfcn.h>
 #include <unistd.h>
 
-#include <clocale>
+#include <algorithm>
 
 namespace {
 
@@ -33,19 +32,19 @@ int followed(const Options& options) {
                          options.json);
         }
     }
-    void* const module = dlopen(QFile::encodeName(commandModule()).constData(), RTLD_NOW | RTLD_LOCAL);
-    void* const run = module ? dlsym(module, kRunCommandSymbol) : nullptr;
+    QLibrary module(commandModule());
+    module.setLoadHints(QLibrary::ResolveAllSymbolsHint | QLibrary::PreventUnloadHint);
+    const auto run = reinterpret_cast<RunCommandFunction>(module.resolve(kRunCommandSymbol));
     if (!run)
-        return ended(Outcome::Failed, QString::fromLocal8Bit(dlerror()), options.json);
-    reinterpret_cast<RunCommandFunction>(run)(options);
+        return ended(Outcome::Failed, module.errorString(), options.json);
+    run(options);
     return describe(Outcome::Failed).exitStatus;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    setlocale(LC_ALL, "");
-    const auto parsed = parseOptions(std::vector<QByteArray>(argv + 1, argv + argc));
+    const auto parsed = parseOptions(std::vector<QByteArray>(argv + std::min(argc, 1), argv + argc));
     if (const auto* error = std::get_if<UsageError>(&parsed))
         return ended(Outcome::Usage, error->message, error->json);
     const auto& options = std::get<Options>(parsed);
