@@ -10,6 +10,7 @@ constexpr int kMaximumDepth = 256;
 constexpr int kMaximumAttributes = 64;
 /// Each is at most as long as QXmlStreamReader's entityExpansionLimit, 4096 characters.
 constexpr int kMaximumReferences = 4096;
+constexpr qsizetype kMaximumDeclarations = 65536;
 
 /// Walks over a document from one piece of markup to the next.
 class Walk {
@@ -126,6 +127,8 @@ private:
     /// Entities that refer to others, markup in them, parameter entities and default attributes all
     /// multiply themselves. Comments and instructions could hide where a literal starts.
     static bool arePlain(QStringView declarations) {
+        if (declarations.size() > kMaximumDeclarations)
+            return false;
         for (const QStringView multiplier : {u"&", u"%", u"<!ATTLIST", u"<!--", u"<?"}) {
             if (declarations.contains(multiplier))
                 return false;

@@ -213,6 +213,15 @@ TEST(XMLParser, EntitiesThatMultiplyThemselvesAreNotExpanded) {
     EXPECT_LT(timer.elapsed(), kLongestMilliseconds);
 }
 
+TEST(XMLParser, DeclarationsAreLimited) {
+    const auto declaring = [](qsizetype count) {
+        return parsed("<!DOCTYPE a [" + QByteArray("<!ELEMENT b (c)>").repeated(count) + "]><a>x</a>");
+    };
+    EXPECT_EQ(declaring(4000).events, elementOf(QStringLiteral("x")));
+    EXPECT_TRUE(declaring(5000).events.isEmpty());
+    EXPECT_TRUE(parsed("<!DOCTYPE a [<!ELEMENT e " + QByteArray(kLargest, '(') + "]><a/>").events.isEmpty());
+}
+
 TEST(XMLParser, ReferencesToALongEntityAreLimited) {
     const QByteArray document = "<!DOCTYPE a [<!ENTITY e \"" + QByteArray(4000, 'x') + "\">]><a>" +
                                 QByteArray("&e;").repeated(5'000'000) + "</a>";
