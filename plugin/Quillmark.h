@@ -52,6 +52,9 @@ class Quillmark final : public QObject,
     Q_OBJECT
 
 public:
+    /// The top of the quality's scale, which counts in twelfths.
+    static constexpr double kBestImageQuality = 12.0;
+
     // --- plugin/Quillmark.cpp: construction, host protocol, cancellation ---
 
     /// Makes the object; empty where the host has no export manager, the service configuration can't be

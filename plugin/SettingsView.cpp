@@ -12,7 +12,6 @@ namespace {
 
 const QString kInterfaceName = QStringLiteral("Quillmark");
 
-constexpr double kBestQuality = 12.0;
 constexpr std::int32_t kSmallestBoxSide = 1280;
 
 const QString kNotLoggedIn = QStringLiteral("Please log in first");
@@ -48,13 +47,14 @@ QString textOf(const QLineEdit* field) {
 /// What a saved quality is read as: a stored value that is no number counts as none.
 double savedQuality(hostapi::DefaultsStore& defaults) {
     if (!defaults.value(defaults_keys::kImageQualityPresent).toBool())
-        return kBestQuality;
-    const double quality = defaults.value(defaults_keys::kImageQuality).toDouble();
-    return std::isfinite(quality) ? quality : kBestQuality;
+        return Quillmark::kBestImageQuality;
+    bool isNumber = false;
+    const double quality = defaults.value(defaults_keys::kImageQuality).toDouble(&isNumber);
+    return isNumber && std::isfinite(quality) ? quality : Quillmark::kBestImageQuality;
 }
 
 int sliderPosition(double quality) {
-    const double top = kBestQuality * hostapi::panel::kQualityScale;
+    const double top = Quillmark::kBestImageQuality * hostapi::panel::kQualityScale;
     return static_cast<int>(std::lround(std::clamp(quality * hostapi::panel::kQualityScale, 0.0, top)));
 }
 

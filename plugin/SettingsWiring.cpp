@@ -142,10 +142,14 @@ void Quillmark::connectListChooser(QComboBox* chooser, void (Quillmark::*changed
                                    std::shared_ptr<RecordList> (Quillmark::*list)() const) {
     if (!chooser)
         return;
-    const auto follow = [this, list, setItems = itemsSetter(chooser)] { setItems((this->*list)()); };
+    const auto follow = [this, list, outlet = QPointer(chooser), setItems = itemsSetter(chooser)] {
+        if (outlet)
+            setItems((this->*list)());
+    };
     follow();
-    // Workers set lists: with the chooser as context the call reaches it on the main thread.
-    connect(this, changed, chooser, follow);
+    // Workers set lists: with this object as context the call comes on the main thread, and only while both
+    // live.
+    connect(this, changed, this, follow);
 }
 
 void Quillmark::connectCategoryText() {
@@ -153,11 +157,14 @@ void Quillmark::connectCategoryText() {
         return;
     // What is typed is what is sent: nothing completes it to another text.
     categoryChooser->setCompleter(nullptr);
-    const auto show = [this] { showText(categoryChooser, chosenCategory().value_or(QString())); };
+    const auto show = [this] {
+        if (categoryChooser)
+            showText(categoryChooser, chosenCategory().value_or(QString()));
+    };
     show();
-    connect(this, &Quillmark::chosenCategoryChanged, categoryChooser, show);
+    connect(this, &Quillmark::chosenCategoryChanged, this, show);
     // New items empty the chooser's text, but the category stays chosen.
-    connect(this, &Quillmark::categoryListChanged, categoryChooser, show);
+    connect(this, &Quillmark::categoryListChanged, this, show);
     connect(categoryChooser, &QComboBox::editTextChanged, this, [this](const QString& text) {
         setChosenCategory(text.isEmpty() ? std::nullopt : std::optional<QString>(text));
     });
@@ -184,12 +191,14 @@ void Quillmark::connectVisibility(QWidget& view) {
         auto* const loading = view.findChild<QWidget*>(loadingName);
         if (!controls || !loading)
             return;
-        const auto apply = [this, hidden, controls, loading] {
-            controls->setVisible(!(this->*hidden)());
-            loading->setVisible((this->*hidden)());
+        const auto apply = [this, hidden, shown = QPointer(controls), standIn = QPointer(loading)] {
+            if (shown)
+                shown->setVisible(!(this->*hidden)());
+            if (standIn)
+                standIn->setVisible((this->*hidden)());
         };
         apply();
-        connect(this, changed, controls, apply);
+        connect(this, changed, this, apply);
     };
     follow(&Quillmark::hideEventControlsChanged, &Quillmark::hideEventControls, kEventControls,
            kEventLoadingLabel);
@@ -203,5 +212,5 @@ void Quillmark::connectVisibility(QWidget& view) {
     auto* const clearPricing = view.findChild<QPushButton*>(kClearPricingButton);
     if (clearPricing && pricingChooser)
         connect(clearPricing, &QPushButton::clicked, pricingChooser,
-                [this] { pricingChooser->setCurrentIndex(kNoSelection); });
+                [chooser = pricingChooser.data()] { chooser->setCurrentIndex(kNoSelection); });
 }

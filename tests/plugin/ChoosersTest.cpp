@@ -2,6 +2,7 @@
 
 #include "hostapi/SettingsPanel.h"
 #include "tests/support/RecordingHost.h"
+#include "tests/support/Waiting.h"
 
 #include <QtTest/QSignalSpy>
 #include <QtTest/QTest>
@@ -263,11 +264,23 @@ TEST_F(Choosers, AChosenCategoryIsTheChoosersText) {
 TEST_F(Choosers, ATypedCategoryIsTakenAsItStands) {
     loadLists();
     plugIn->eventChooser->setCurrentIndex(0);
+    showEverything();
+    view->activateWindow();
+    plugIn->categoryChooser->setFocus();
+    ASSERT_TRUE(test_support::waitUntil([&] { return plugIn->categoryChooser->lineEdit()->hasFocus(); }));
     QTest::keyClicks(plugIn->categoryChooser->lineEdit(), QStringLiteral("cer"));
     EXPECT_EQ(plugIn->chosenCategory(), QStringLiteral("cer")) << "not completed to Ceremony";
     QTest::keyClick(plugIn->categoryChooser->lineEdit(), Qt::Key_Return);
     EXPECT_EQ(plugIn->chosenCategory(), QStringLiteral("cer"));
     EXPECT_EQ(plugIn->categoryChooser->count(), 2) << "typing adds no item";
+}
+
+TEST_F(Choosers, ACategoryThatIsSetIsShownAndThatIsNoChoice) {
+    plugIn->categoryChooser->setEditText(QStringLiteral("Typed"));
+    QSignalSpy changes(plugIn.get(), &Quillmark::chosenCategoryChanged);
+    plugIn->setChosenCategory(QStringLiteral("Set"));
+    EXPECT_EQ(plugIn->categoryChooser->currentText(), QStringLiteral("Set"));
+    EXPECT_EQ(changes.size(), 1);
 }
 
 TEST_F(Choosers, AnErasedCategoryIsAbsent) {

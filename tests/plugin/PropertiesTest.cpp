@@ -4,6 +4,7 @@
 #include "tests/support/RecordingHost.h"
 #include "tests/support/Waiting.h"
 
+#include <QtCore/QCoreApplication>
 #include <QtTest/QSignalSpy>
 
 #include <gtest/gtest.h>
@@ -126,4 +127,21 @@ TEST_F(Properties, AListSetByAWorkerIsInItsChooserBeforeWhatTheWorkerPostsNext) 
     ASSERT_TRUE(waitUntil([&] { return templates >= 0; }));
     EXPECT_EQ(events, 3);
     EXPECT_EQ(templates, 2);
+}
+
+TEST_F(Properties, ANotificationThatIsUnderWayWhenTheObjectEndsIsDropped) {
+    QWidget window;
+    const QPointer<QWidget> view = plugIn->settingsView();
+    ASSERT_NE(view, nullptr);
+    view->setParent(&window);
+    const QPointer<QComboBox> chooser = plugIn->eventChooser;
+    std::thread([&] {
+        plugIn->setEventList(listOf(3));
+        plugIn->setChosenCategory(QStringLiteral("Ceremony"));
+        plugIn->setHideEventControls(false);
+    }).join();
+    plugIn.reset();
+    QCoreApplication::processEvents();
+    ASSERT_FALSE(chooser.isNull());
+    EXPECT_EQ(chooser->count(), 0);
 }
