@@ -1,6 +1,7 @@
 #include "ftp/FTPStreams.h"
 
 #include "platform/RunLoop.h"
+#include "platform/Secret.h"
 #include "plugin/Quillmark.h"
 #include "plugin/TextFormat.h"
 
@@ -70,12 +71,13 @@ std::optional<QString> userName(const Quillmark& plugIn) {
 
 bool setCredentials(Quillmark& plugIn, platform::FTPWriteStream& stream, const QString& userName) {
     stream.setUserName(userName);
-    const std::optional<QString> password = plugIn.getPasswordfromKeyChain(userName);
+    std::optional<QString> password = plugIn.getPasswordfromKeyChain(userName);
     if (!password) {
         runCriticalAlert(plugIn, kPasswordError, noInformativeText());
         return false;
     }
     stream.setPassword(*password);
+    platform::wipe(*password);
     return true;
 }
 

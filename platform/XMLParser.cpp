@@ -1,5 +1,6 @@
 #include "platform/XMLParser.h"
 
+#include "platform/Secret.h"
 #include "platform/XMLBounds.h"
 #include "platform/XMLEncoding.h"
 
@@ -16,6 +17,25 @@ QHash<QString, QString> attributesOf(const QXmlStreamReader& reader) {
     return attributes;
 }
 
+/// Tells `delegate`, unless null, what stands in `document`, to its end or the first error; true where there
+/// was none.
+bool parseDocument(const QString& document, XMLParserDelegate* delegate) {
+    QXmlStreamReader reader(document);
+    reader.setNamespaceProcessing(false);
+    while (!reader.atEnd()) {
+        const auto token = reader.readNext();
+        if (!delegate)
+            continue;
+        if (token == QXmlStreamReader::StartElement)
+            delegate->didStartElement(reader.qualifiedName().toString(), attributesOf(reader));
+        else if (token == QXmlStreamReader::Characters)
+            delegate->foundCharacters(reader.text().toString());
+        else if (token == QXmlStreamReader::EndElement)
+            delegate->didEndElement(reader.qualifiedName().toString());
+    }
+    return !reader.hasError();
+}
+
 } // namespace
 
 XMLParser::XMLParser(const QByteArray& data)
@@ -26,31 +46,16 @@ void XMLParser::setDelegate(XMLParserDelegate* delegate) {
 }
 
 bool XMLParser::parse() {
-    const std::optional<QString> document = decodedXMLDocument(data_);
+    std::optional<QString> document = decodedXMLDocument(data_);
     if (!document)
         return false;
     const qsizetype length = lengthWithinXMLBounds(*document);
-    QXmlStreamReader reader(document->left(length));
-    reader.setNamespaceProcessing(false);
-    while (!reader.atEnd()) {
-        switch (reader.readNext()) {
-        case QXmlStreamReader::StartElement:
-            if (delegate_)
-                delegate_->didStartElement(reader.qualifiedName().toString(), attributesOf(reader));
-            break;
-        case QXmlStreamReader::Characters:
-            if (delegate_)
-                delegate_->foundCharacters(reader.text().toString());
-            break;
-        case QXmlStreamReader::EndElement:
-            if (delegate_)
-                delegate_->didEndElement(reader.qualifiedName().toString());
-            break;
-        default:
-            break;
-        }
-    }
-    return !reader.hasError() && length == document->size();
+    const bool isWithinBounds = length == document->size();
+    document->truncate(length);
+    const bool isWellFormed = parseDocument(*document, delegate_);
+    // It may hold what stands for a password.
+    wipe(*document);
+    return isWellFormed && isWithinBounds;
 }
 
 } // namespace platform

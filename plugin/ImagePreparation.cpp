@@ -12,8 +12,6 @@ namespace {
 
 /// An image of at most this many pixels on both sides is never resized.
 constexpr std::uint32_t kLargestSideKept = 1280;
-/// `imageQuality` of the best quality.
-constexpr double kBestQuality = 12.0;
 /// What a path must fit into, with the zero that ends it.
 constexpr qsizetype kPathBufferSize = 4096;
 /// The host's count is a hint of how much room to make, not a reason to run out of memory.
@@ -40,7 +38,7 @@ PixelSize sizeInBox(const platform::Image& image, std::int32_t boxWidth, std::in
 }
 
 std::optional<QByteArray> preparedJPEG(const Quillmark& plugIn, const platform::Image& image) {
-    const double quality = plugIn.imageQuality / kBestQuality;
+    const double quality = plugIn.imageQuality / Quillmark::kBestImageQuality;
     if (!plugIn.doResizeImages() || (image.width() <= kLargestSideKept && image.height() <= kLargestSideKept))
         return image.asJPEG(quality);
     const PixelSize size = sizeInBox(image, plugIn.maxWidthValue, plugIn.maxHeightValue);
@@ -89,25 +87,14 @@ bool writeFile(const QString& path, const QByteArray& contents) {
     return true;
 }
 
-/// One folder's name: where the project's would lead elsewhere, or end a command to the server, it is
-/// made to fit.
-QString folderNameForProject(const QString& project) {
-    QString name = project;
-    for (QChar& character : name) {
-        if (character == QLatin1Char('/') || character.category() == QChar::Other_Control)
-            character = QLatin1Char('-');
-    }
-    return name == QLatin1String(".") || name == QLatin1String("..") ? kFolderWithoutProject : name;
-}
-
 /// The image's category folder within the event's. An image without a project goes where it would go if
 /// folders were not named after projects.
 std::optional<QString> categoryFolder(const Quillmark& plugIn, const QString& project) {
-    const auto chosen = plugIn.chosenCategory();
     if (!plugIn.autoCreateCategories())
-        return chosen;
+        return plugIn.chosenCategory();
     if (!project.isEmpty())
-        return folderNameForProject(project);
+        return project;
+    const auto chosen = plugIn.chosenCategory();
     return chosen && !chosen->isEmpty() ? *chosen : kFolderWithoutProject;
 }
 
@@ -140,9 +127,9 @@ void handOver(Quillmark& plugIn, const QString& path, const QString& project) {
 
 bool Quillmark::exportManagerShouldWriteImageData(const QByteArray& imageData, const QString& relativePath,
                                                   std::uint32_t index) {
-    const auto image = platform::Image::open(imageData);
+    const auto image = staysInside(relativePath) ? platform::Image::open(imageData) : nullptr;
     const auto jpeg = image ? preparedJPEG(*this, *image) : std::nullopt;
-    if (!jpeg || !staysInside(relativePath)) {
+    if (!jpeg) {
         environment->observer.imageLeftOut(index);
         return false;
     }

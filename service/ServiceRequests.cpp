@@ -44,7 +44,9 @@ QString finishing(const QString& webHost, const std::optional<QString>& uid,
 std::optional<QByteArray> acceptedAnswer(platform::URLLoader& loader, QString urlText) {
     platform::URLResponse response = loader.get(urlText);
     platform::wipe(urlText);
-    if (response.body.isEmpty() || response.statusCode != kAcceptedStatus)
+    if (response.body.isEmpty() || response.statusCode != kAcceptedStatus) {
+        platform::wipe(response.body);
         return std::nullopt;
+    }
     return std::move(response.body);
 }

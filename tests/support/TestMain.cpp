@@ -15,6 +15,7 @@ void moveIn(const QString& home) {
         QDir().mkpath(folder);
         qputenv(name, QFile::encodeName(folder));
     }
+    qputenv("XDG_RUNTIME_DIR", QFile::encodeName(home));
     qunsetenv("QUILLMARK_SERVICE_CONFIG");
 }
 
@@ -24,6 +25,8 @@ int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
     const QTemporaryDir home;
     moveIn(home.path());
+    if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication application(argc, argv);
     QApplication::setQuitOnLastWindowClosed(false);
     return RUN_ALL_TESTS();
