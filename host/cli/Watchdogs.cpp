@@ -9,8 +9,11 @@ constexpr std::chrono::seconds kCancelAfterCriticalAlert{1};
 } // namespace
 
 Watchdogs::Watchdogs(std::chrono::milliseconds quietLimit) {
-    for (QTimer* const timer : {&quietTimer_, &criticalAlertTimer_, &cancelTimer_})
+    for (QTimer* const timer : {&quietTimer_, &criticalAlertTimer_, &cancelTimer_}) {
         timer->setSingleShot(true);
+        // A coarse one may be early.
+        timer->setTimerType(Qt::PreciseTimer);
+    }
     quietTimer_.setInterval(quietLimit);
     criticalAlertTimer_.setInterval(kCancelAfterCriticalAlert);
     connect(&quietTimer_, &QTimer::timeout, this, &Watchdogs::nothingHappens);

@@ -147,6 +147,20 @@ TEST_F(ImageRenderer, TurnsAPhotographOfACameraHeldOnEdgeAndDropsItsExif) {
     EXPECT_FALSE(rendered->data.contains("Camera"));
 }
 
+TEST_F(ImageRenderer, LeavesNoDescriptionThatWouldTurnTheImageOnceMore) {
+    VImage photograph = turned(picture(), 3);
+    const QByteArray xmp("<x:xmpmeta><tiff:Orientation>3</tiff:Orientation></x:xmpmeta>");
+    vips_image_set_blob_copy(photograph.get_image(), VIPS_META_XMP_NAME, xmp.constData(),
+                             std::size_t(xmp.size()));
+    const QByteArray file = path("xmp.tif");
+    photograph.tiffsave(file.constData());
+    ASSERT_TRUE(contents(file).contains(xmp));
+    QString error;
+    const auto rendered = renderImage(file, error);
+    ASSERT_TRUE(rendered) << error.toStdString();
+    EXPECT_FALSE(rendered->data.contains("Orientation"));
+}
+
 TEST_F(ImageRenderer, KeepsTheColourSpaceOfATurnedImage) {
     VImage photograph = turned(picture(), 8);
     VipsBlob* profile = nullptr;

@@ -10,7 +10,7 @@
 //   cancels, cancels-then-finishes
 //   leaves-out=N    image N; may stand more than once
 //   wants-files     has the host write the images
-//   slow-images     takes 200 ms for each image
+//   slow-images     takes a second for each image
 //   alerts          shows a critical alert instead of uploading, and says nothing more
 //   folders-break, upload-breaks, unanswered, hangs
 //   ignores-cancel
@@ -117,7 +117,7 @@ public:
                  relativePath + QLatin1Char(' ') + QString::number(imageData.size()) + QLatin1Char(' ') +
                      project.toString());
         if (has("slow-images"))
-            QThread::msleep(200);
+            QThread::sleep(1);
         if (has("wants-files"))
             return true;
         if (has("leaves-out=" + QByteArray::number(index))) {
@@ -185,15 +185,18 @@ private:
     }
 
     void logIn() {
-        log(QStringLiteral("login %1/%2/%3")
-                .arg(panel_->usernameField->text(), panel_->passwordField->text())
-                .arg(panel_->rememberCheckBox->isChecked()));
         panel_->loginButton->setEnabled(false);
+        // Kept as a worker keeps them, which reads them later.
+        account_ = panel_->usernameField->text();
+        password_ = panel_->passwordField->text();
         if (!has("login-hangs"))
             QTimer::singleShot(0, this, &PlugIn::doneLogin);
     }
 
     void doneLogin() {
+        log(QStringLiteral("login %1/%2/%3")
+                .arg(account_, password_)
+                .arg(panel_->rememberCheckBox->isChecked()));
         if (has("login-fails")) {
             panel_->loggedInStatusLabel->setText(QStringLiteral("Login failed!"));
             panel_->loginButton->setEnabled(true);
@@ -231,6 +234,8 @@ private:
     const std::shared_ptr<hostapi::HostServices> services_;
     const QString folder_ = QDir::tempPath() + QStringLiteral("/fake/");
     QPointer<Panel> panel_;
+    QString account_;
+    QString password_;
     hostapi::ExportProgress progress_;
     std::mutex progressMutex_;
 };
