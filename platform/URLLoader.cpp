@@ -133,25 +133,25 @@ private:
         set(CURLOPT_XFERINFODATA, this);
     }
 
-    /// Any other count than the one given ends the request.
-    static std::size_t onBody(char* bytes, std::size_t size, std::size_t count, void* connection) {
+    /// Any other count than the one given ends the request. libcurl's size is always 1.
+    static std::size_t onBody(char* bytes, std::size_t, std::size_t count, void* connection) {
         QByteArray& body = static_cast<Connection*>(connection)->body_;
-        const auto length = static_cast<qsizetype>(size * count);
+        const auto length = static_cast<qsizetype>(count);
         if (length > kMaximumBodySize - body.size())
             return 0;
         body.append(bytes, length);
-        return size * count;
+        return count;
     }
 
     /// Told each line of the headers, interim answers', redirects' and trailers included.
-    static std::size_t onHeader(char* bytes, std::size_t size, std::size_t count, void* connection) {
-        const QByteArrayView line(bytes, static_cast<qsizetype>(size * count));
+    static std::size_t onHeader(char* bytes, std::size_t, std::size_t count, void* connection) {
+        const QByteArrayView line(bytes, static_cast<qsizetype>(count));
         bool& areComplete = static_cast<Connection*>(connection)->headersAreComplete_;
         if (line.startsWith("HTTP/"))
             areComplete = false;
         else if (line == "\r\n" || line == "\n")
             areComplete = true;
-        return size * count;
+        return count;
     }
 
     static int onSocketOpened(void* connection, curl_socket_t socket, curlsocktype) {

@@ -21,7 +21,7 @@ struct URLResponse {
 /// one thread at a time.
 class URLLoader {
 public:
-    static constexpr qsizetype kMaximumBodySize = 16 * 1024 * 1024;
+    static constexpr qsizetype kMaximumBodySize = qsizetype{16} * 1024 * 1024;
 
     explicit URLLoader(const Transport& transport);
     ~URLLoader();
