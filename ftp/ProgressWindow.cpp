@@ -74,8 +74,7 @@ void loadProgressWindow(const std::shared_ptr<Quillmark>& plugIn) {
     plugIn->progressBar = window->findChild<QProgressBar*>(QStringLiteral("progressBar"));
     plugIn->progressMessage = window->findChild<QLabel*>(QStringLiteral("progressMessage"));
 
-    // It is the timer that keeps the plug-in; a cancel that stops the timer keeps it to the end of the
-    // cancel.
+    // The timer keeps the plug-in, and a cancel stops the timer: here it is kept to the cancel's end.
     const auto cancel = [weak = std::weak_ptr<Quillmark>(plugIn)](QObject* sender) {
         if (const auto strong = weak.lock())
             strong->cancelDuringUpload(sender);
@@ -118,11 +117,11 @@ void Quillmark::showProgressBar() {
 }
 
 void Quillmark::updateTimer() {
-    const hostapi::ExportProgress progress_ = copyOfProgress(*this);
+    const hostapi::ExportProgress record = copyOfProgress(*this);
     if (progressMessage)
-        progressMessage->setText(progress_.message);
+        progressMessage->setText(record.message);
     if (progressBar)
-        showOnBar(*progressBar, progress_.currentValue, progress_.totalValue);
+        showOnBar(*progressBar, record.currentValue, record.totalValue);
 }
 
 void Quillmark::_incrementUploadProgress(std::int32_t byteCount) {

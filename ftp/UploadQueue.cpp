@@ -68,6 +68,26 @@ void prepareLogin(Quillmark& plugIn, platform::FTPWriteStream& stream) {
     plugIn._exportManager->shouldCancelExport();
 }
 
+void tearDownUploaded(FileUploadInfo* info) {
+    info->writeStream->setClient(0, nullptr, nullptr);
+    info->writeStream->close();
+    info->writeStream->unschedule(platform::RunLoop::current());
+    info->writeStream.reset();
+    info->fileData.clear();
+    info->owner.reset();
+    freeStreamRecord(info);
+}
+
+void tearDownFailed(FileUploadInfo* info) {
+    info->writeStream->unschedule(platform::RunLoop::current());
+    info->writeStream->setClient(0, nullptr, nullptr);
+    info->writeStream->close();
+    info->writeStream.reset();
+    info->owner.reset();
+    info->fileData.clear();
+    freeStreamRecord(info);
+}
+
 void startUploadOfHeadFile(Quillmark& plugIn) {
     std::optional<QByteArray> contents = wholeFile(plugIn.exportedImagePaths->first());
     const auto stream = contents ? streamForHeadFile(plugIn) : nullptr;
@@ -91,7 +111,7 @@ void startUploadOfHeadFile(Quillmark& plugIn) {
         plugIn.environment->observer.uploadEnded(false);
         break;
     case ftp_streams::Start::OpenFailed:
-        freeStreamRecord(info);
+        tearDownFailed(info);
         endQueueWithReadingError(plugIn);
         break;
     }
@@ -164,16 +184,8 @@ void UploadCallback(platform::FTPWriteStream*, platform::StreamEvent event, void
 
 void Quillmark::_finishCurrentUploadWithSuccess(bool success, FileUploadInfo* fileUploadInfo) {
     const std::shared_ptr<Quillmark> self = shared_from_this();
-    auto& stream = fileUploadInfo->writeStream;
     if (success) {
-        stream->setClient(0, nullptr, nullptr);
-        stream->close();
-        stream->unschedule(platform::RunLoop::current());
-        stream.reset();
-        fileUploadInfo->fileData.clear();
-        freeStreamRecord(fileUploadInfo);
-
-        // What is counted on here was checked by nobody but the server: only now the local file may go.
+        tearDownUploaded(fileUploadInfo);
         numUploaded += 1;
         const QString uploaded = exportedImagePaths->first();
         QFile::remove(uploaded);
@@ -184,16 +196,12 @@ void Quillmark::_finishCurrentUploadWithSuccess(bool success, FileUploadInfo* fi
         return;
     }
     if (!shouldCancelFTPActivity()) {
-        const platform::StreamError error = stream->error();
+        const platform::StreamError error = fileUploadInfo->writeStream->error();
         const QString fileName = lastPathComponent(exportedImagePaths->first());
         ftp_streams::runCriticalAlert(*this, formattedText(kUploadingErrorFormat, {fileName}),
                                       _errorTextForDomain(error.domain, error.error));
         exportManagerShouldCancelExport();
     }
-    stream->unschedule(platform::RunLoop::current());
-    stream->setClient(0, nullptr, nullptr);
-    stream->close();
-    stream.reset();
-    freeStreamRecord(fileUploadInfo);
+    tearDownFailed(fileUploadInfo);
     environment->observer.uploadEnded(false);
 }

@@ -1,7 +1,11 @@
+#include "platform/RunLoop.h"
 #include "tests/ftp/FTPStage.h"
 
 #include <QtCore/QThread>
 
+#include <functional>
+#include <future>
+#include <mutex>
 #include <set>
 
 using namespace test_support;
@@ -11,25 +15,28 @@ namespace ftp_tests {
 namespace {
 
 /// An export thread of the host, with a run loop.
-class ExportThread {
+class ExportThread final : public QThread {
 public:
     ExportThread() {
-        worker_.moveToThread(&thread_);
-        thread_.start();
+        start();
+        loop_ = made_.get_future().get();
     }
-    ~ExportThread() {
-        thread_.quit();
-        thread_.wait();
+    ~ExportThread() override {
+        quit();
+        wait();
     }
 
     /// Without waiting.
-    void run(const std::function<void()>& work) {
-        QMetaObject::invokeMethod(&worker_, work, Qt::QueuedConnection);
-    }
+    void run(std::function<void()> work) { loop_->post(std::move(work)); }
 
 private:
-    QThread thread_;
-    QObject worker_;
+    void run() override {
+        made_.set_value(platform::RunLoop::current());
+        exec();
+    }
+
+    std::promise<std::shared_ptr<platform::RunLoop>> made_;
+    std::shared_ptr<platform::RunLoop> loop_;
 };
 
 /// What an export has come to.

@@ -1,7 +1,10 @@
 #include "ftp/UploadEstimate.h"
 #include "tests/ftp/FTPStage.h"
 
+#include <QtCore/QDir>
 #include <QtCore/QElapsedTimer>
+#include <QtCore/QFile>
+#include <QtCore/QTemporaryDir>
 #include <QtTest/QTest>
 #include <QtWidgets/QApplication>
 #include <QtWidgets/QDialog>
@@ -312,6 +315,21 @@ TEST_F(ProgressWindow, MayBeOpenedFromAnyThread) {
     other.join();
     EXPECT_TRUE(plugIn->progressWindow->isVisible());
     EXPECT_EQ(plugIn->progressBarTimer->thread(), QApplication::instance()->thread());
+}
+
+TEST_F(ProgressWindow, ExportGoesOnWhereItsInterfaceFileIsMissing) {
+    QTemporaryDir bundle;
+    ASSERT_TRUE(QDir(bundle.path()).mkdir(QStringLiteral("Resources")));
+    const QString profile = QStringLiteral("/Resources/ProPhotoRGB.icc");
+    ASSERT_TRUE(QFile::copy(RecordingHost::defaultBundlePath() + profile, bundle.path() + profile));
+    plugIn = host.makePlugIn(bundle.path());
+    ASSERT_TRUE(plugIn);
+    plugIn->showProgressBar();
+    plugIn->updateTimer();
+    EXPECT_FALSE(plugIn->progressWindow);
+    EXPECT_TRUE(plugIn->progressBarTimer);
+    plugIn->cancelDuringUpload(nullptr);
+    EXPECT_FALSE(plugIn->progressBarTimer);
 }
 
 TEST_F(ProgressWindow, IsNotBlockedByTheModalDialogThatTheSettingsAreIn) {

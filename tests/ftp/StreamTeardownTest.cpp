@@ -92,6 +92,17 @@ TEST_F(StreamTeardown, FailedUploadIsTakenDownAfterItsAlertAndTheCancel) {
             kUploadFailure + QStringList(kUploadBroken));
 }
 
+TEST_F(StreamTeardown, FileWhoseOpenFailsIsTakenDownBeforeItsAlert) {
+    logIn(QStringLiteral("ann\n"));
+    host.credentials.addInternetPassword(plugIn->keychainAttributes(QStringLiteral("ann\n")), kPassword,
+                                         nullptr);
+    addImage(QStringLiteral("a.jpg"), "x");
+    startUploads();
+    EXPECT_EQ(spy.calls(), QStringList(kChainEnded) + kStart + kUploadFailure +
+                               QStringList({QStringLiteral("alert ") + readingError(QStringLiteral("a.jpg")),
+                                            kCancelled, kUploadBroken}));
+}
+
 TEST_F(StreamTeardown, ClientRefusedForAFolderStopsTheStageSilently) {
     spy.refuseClients();
     setFolders({QStringLiteral("77/")});
