@@ -42,6 +42,9 @@ constexpr QByteArrayView kPNGEnd("\0\0\0\0IEND\xAE\x42\x60\x82", 12);
 /// whole image for that, in 6 bytes a pixel.
 constexpr std::uint64_t kMostPixelsWithOwnCodes = std::uint64_t{1} << 26;
 
+/// Malloc's own to begin with (mallopt(3)): setting it says that it must not grow.
+constexpr int kMallocsTrimThreshold = 128 * 1024;
+
 constexpr double kQualitySteps = 100;
 
 /// Gives back what libvips keeps for the calling thread, which may be about to end.
@@ -120,7 +123,7 @@ std::optional<QByteArray> encoded(const Pixels& pixels, double quality) {
     return pixels.profile() ? withICCProfile(jpeg, *pixels.profile()) : jpeg;
 }
 
-/// Gives back what malloc keeps in the arenas of the decoders' threads: it would add up from image to image.
+/// Gives back what malloc keeps free between what it still uses: it would add up from image to image.
 struct HeapTrim {
     ~HeapTrim() { ::malloc_trim(0); }
 };
@@ -156,6 +159,9 @@ void startImageLibrary() {
             nullptr);
         if (VIPS_INIT("") != 0)
             return;
+        // Left alone, malloc takes the size of the pixel buffers for a reason to keep free memory, in an
+        // arena for each of the decoders' threads: the peak would rise from image to image.
+        ::mallopt(M_TRIM_THRESHOLD, kMallocsTrimThreshold);
         vips_block_untrusted_set(TRUE);
         vips_cache_set_max(0); // No image comes twice.
     });
