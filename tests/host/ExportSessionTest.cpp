@@ -31,7 +31,8 @@ protected:
                                        {FakePlugInScript::bundlePath(), quietLimit,
                                         [this](const QString& account) {
                                             askedFor_ = account;
-                                            return password_;
+                                            // Characters of its own, as of a password that was read.
+                                            return noPassword_.value_or(QString::fromLatin1("secret"));
                                         }},
                                        reporter_);
         QObject::connect(session_.get(), &ExportSession::ended,
@@ -57,7 +58,8 @@ protected:
 
     FakePlugInScript plugIn_;
     Options options_;
-    Password password_ = QStringLiteral("secret");
+    /// None, and the run finds a password.
+    std::optional<Password> noPassword_;
     std::optional<QString> askedFor_;
     Reporter reporter_{true, false};
     std::shared_ptr<ExportSession> session_;
@@ -144,12 +146,12 @@ TEST_F(ExportSessionRun, WithoutAnAccountIsWrongUsage) {
 }
 
 TEST_F(ExportSessionRun, WithoutAPasswordIsWrongUsage) {
-    password_ = NoPassword{QStringLiteral("there is none")};
+    noPassword_ = NoPassword{QStringLiteral("there is none")};
     EXPECT_EQ(run(""), Outcome::Usage);
 }
 
 TEST_F(ExportSessionRun, IsCancelledWhereTheUserGivesUpAtThePrompt) {
-    password_ = Interrupted{};
+    noPassword_ = Interrupted{};
     EXPECT_EQ(run(""), Outcome::Cancelled);
 }
 
