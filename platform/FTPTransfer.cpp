@@ -68,15 +68,27 @@ FTPTransfer::~FTPTransfer() {
     wipe(request_.password);
 }
 
-CURL* FTPTransfer::begin(FTPSockets& sockets, CURLSH* share) {
+void FTPTransfer::begin(FTPSockets& sockets, CURLSH* share) {
     sockets_ = &sockets;
     handle_.reset(curl_easy_init());
     if (!handle_)
-        return nullptr;
+        return;
     setUpConnection();
     setUpSecurity(share);
     setUpCommands();
-    return handle_.get();
+}
+
+bool FTPTransfer::canBeginAgain(CURLcode result) const {
+    const bool isLost = result == CURLE_SEND_ERROR || result == CURLE_RECV_ERROR;
+    return isLost && !isStopped() && !hasOpenedConnection_ && !hasHeard_;
+}
+
+void FTPTransfer::beginAgain() {
+    curl_easy_setopt(handle(), CURLOPT_FRESH_CONNECT, 1L);
+    control_ = -1;
+    reply_ = 0;
+    isEnding_ = false;
+    silence_ = {};
 }
 
 void FTPTransfer::setUpConnection() {
@@ -162,6 +174,8 @@ curl_socket_t FTPTransfer::openSocket(void* self, curlsocktype, curl_sockaddr* a
     transfer->silence_ = {};
     // Once it is logged in, all that it opens is for data.
     const auto purpose = transfer->control_ < 0 ? FTPSockets::Purpose::Control : FTPSockets::Purpose::Data;
+    transfer->hasOpenedConnection_ =
+        transfer->hasOpenedConnection_ || purpose == FTPSockets::Purpose::Control;
     return transfer->isStopped() ? CURL_SOCKET_BAD : transfer->sockets_->open(transfer, purpose, *address);
 }
 
@@ -180,6 +194,7 @@ std::size_t FTPTransfer::readReply(char* line, std::size_t size, std::size_t cou
     auto* const transfer = static_cast<FTPTransfer*>(self);
     const std::string_view text(line, size * count);
     transfer->silence_ = {};
+    transfer->hasHeard_ = true;
     // The server is reached: from here on only time without traffic counts, however long logging in takes.
     curl_easy_setopt(transfer->handle(), CURLOPT_CONNECTTIMEOUT, kNoConnectTimeout);
     const auto code = replyCode(text);

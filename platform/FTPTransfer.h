@@ -57,9 +57,14 @@ public:
     void stop() { isStopped_ = true; }
     bool isStopped() const { return isStopped_; }
 
-    /// Makes the handle, for a multi handle of the caller's.
-    CURL* begin(FTPSockets& sockets, CURLSH* share);
+    /// Makes the handle, for a multi handle of the caller's; none where there is no memory for it.
+    void begin(FTPSockets& sockets, CURLSH* share);
     CURL* handle() const { return handle_.get(); }
+    /// True where a kept connection turns out to be lost before the server has answered anything: nothing has
+    /// happened then, and a new connection may do it.
+    bool canBeginAgain(CURLcode result) const;
+    /// Prepares the same handle for that.
+    void beginAgain();
     /// False where the connection should serve nobody any more: a server that refused a file midway may still
     /// hold on to its data connection, and answer nothing until that ends.
     bool leavesGoodConnection() const { return !isCutShort_; }
@@ -119,10 +124,12 @@ private:
     List commands_;
     std::unique_ptr<CURL, HandleDeleter> handle_;
 
-    int control_ = -1;      ///< The control socket, once it is logged in.
-    int reply_ = 0;         ///< The last final reply to the last command; 0 before it came.
-    int refusal_ = 0;       ///< A refusal read ahead of libcurl; 0 for none.
-    bool isOpened_ = false; ///< The client was told.
+    int control_ = -1;                 ///< The control socket, once it is logged in.
+    int reply_ = 0;                    ///< The last final reply to the last command; 0 before it came.
+    int refusal_ = 0;                  ///< A refusal read ahead of libcurl; 0 for none.
+    bool hasOpenedConnection_ = false; ///< It uses no kept one.
+    bool hasHeard_ = false;            ///< The server has answered.
+    bool isOpened_ = false;            ///< The client was told.
     bool isPaused_ = false;
     bool isCutShort_ =
         false; ///< The file's bytes end early, so that libcurl reads why the server wants no more.

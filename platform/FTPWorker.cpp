@@ -139,13 +139,17 @@ bool FTPWorker::takeOrders() {
 void FTPWorker::begin(const std::shared_ptr<FTPTransfer>& transfer) {
     if (transfer->isStopped())
         return;
-    CURL* const handle = transfer->begin(sockets_, share_.get());
-    if (!handle || curl_multi_add_handle(multi_.get(), handle) != CURLM_OK) {
-        forget(transfer);
-        transfer->giveUp({kStreamErrorDomainTransport, CURLE_FAILED_INIT});
+    transfer->begin(sockets_, share_.get());
+    add(transfer);
+}
+
+void FTPWorker::add(const std::shared_ptr<FTPTransfer>& transfer) {
+    if (curl_multi_add_handle(multi_.get(), transfer->handle()) == CURLM_OK) {
+        running_.push_back(transfer);
         return;
     }
-    running_.push_back(transfer);
+    forget(transfer);
+    transfer->giveUp({kStreamErrorDomainTransport, CURLE_FAILED_INIT});
 }
 
 /// Takes it out of libcurl's hands, which closes the connection of a transfer that has not ended. False where
@@ -157,7 +161,6 @@ bool FTPWorker::remove(const std::shared_ptr<FTPTransfer>& transfer) {
     if (!transfer->leavesGoodConnection())
         sockets_.shutDown(transfer.get());
     sockets_.release(transfer.get());
-    forget(transfer);
     keepsConnections_ = true;
     idle_ = {};
     return true;
@@ -176,6 +179,12 @@ void FTPWorker::takeResults() {
         // Released before its client hears of it: the close that follows leaves the connection alone.
         const auto transfer = *found;
         remove(transfer);
+        if (transfer->canBeginAgain(result)) {
+            transfer->beginAgain();
+            add(transfer);
+            continue;
+        }
+        forget(transfer);
         transfer->end(result);
     }
 }
@@ -201,6 +210,7 @@ void FTPWorker::lookAfterTransfers(std::chrono::nanoseconds waited) {
         if (const auto reason = transfer->look(waited)) {
             sockets_.shutDown(transfer.get());
             remove(transfer);
+            forget(transfer);
             transfer->giveUp(*reason);
         }
     }

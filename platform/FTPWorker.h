@@ -48,6 +48,7 @@ private:
     void run();
     bool takeOrders();
     void begin(const std::shared_ptr<FTPTransfer>& transfer);
+    void add(const std::shared_ptr<FTPTransfer>& transfer);
     bool remove(const std::shared_ptr<FTPTransfer>& transfer);
     void takeResults();
     std::chrono::nanoseconds waitForTraffic();

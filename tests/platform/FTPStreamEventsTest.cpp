@@ -52,10 +52,11 @@ TEST_F(FTPStreamEventsTest, CallbackIsNotEnteredAgainWhileItRuns) {
 }
 
 TEST_F(FTPStreamEventsTest, EventsThatCameDuringACallbackFollowIt) {
-    server->onData({.afterBytes = 0, .then = FTPDataFault::Then::AnswerThenStall, .answer = "552 Full"});
+    server->onData({.afterBytes = 1, .then = FTPDataFault::Then::AnswerThenStall, .answer = "552 Full"});
     StreamRun run(QStringLiteral("a.jpg"), transport, sampleBytes(1000));
     run.onEvent = [&](StreamEvent event) {
         if (event == kStreamEventOpenCompleted) {
+            run.stream->write(reinterpret_cast<const std::uint8_t*>(run.contents.constData()), 500);
             EXPECT_TRUE(waitUntil([&] { return run.stream->error() == ftpError(552); }));
             EXPECT_EQ(run.events.size(), 1U);
         }

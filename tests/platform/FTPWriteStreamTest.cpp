@@ -212,6 +212,27 @@ TEST_F(FTPWriteStreamTest, KeptConnectionThatTheServerHasClosedIsMadeAnew) {
     EXPECT_EQ(server->commands(1), (Lines{"USER ann", "PASS secret", "PWD", "MKD 79"}));
 }
 
+TEST_F(FTPWriteStreamTest, KeptConnectionThatIsLostUnnoticedCostsNoFile) {
+    for (const Cut cut : {Cut::Finish, Cut::Reset}) {
+        for (int file = 0; file < 20; ++file) {
+            server->on(test_support::kFTPClosingReply, FTPFault{.answer = "226 Got it", .cut = cut}, 1);
+            ASSERT_TRUE(upload(QStringLiteral("1.jpg"), sampleBytes(10)));
+            ASSERT_TRUE(upload(QStringLiteral("2.jpg"), sampleBytes(10)));
+            server->on("MKD", FTPFault{.answer = "257 Made", .cut = cut}, 1);
+            ASSERT_TRUE(makeFolder(QStringLiteral("%1-%2/").arg(static_cast<int>(cut)).arg(file)));
+        }
+    }
+}
+
+TEST_F(FTPWriteStreamTest, ConnectionThatIsLostAgainAndAgainIsAnError) {
+    ASSERT_TRUE(makeFolder(QStringLiteral("77/")));
+    server->on("MKD", FTPFault{.cut = Cut::Finish});
+    StreamRun run(QStringLiteral("78/"), transport);
+    ASSERT_TRUE(run.openAndWait());
+    EXPECT_EQ(run.error.domain, kStreamErrorDomainTransport);
+    EXPECT_EQ(server->count("MKD"), 3);
+}
+
 TEST_F(FTPWriteStreamTest, ConnectionThatNobodyUsesIsGivenUp) {
     ASSERT_TRUE(makeFolder(QStringLiteral("77/")));
     EXPECT_EQ(server->openConnectionCount(), 1);
