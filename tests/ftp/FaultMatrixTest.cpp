@@ -140,6 +140,9 @@ std::vector<Cell> uploadCells() {
     for (Cell cell : ofEveryFile) {
         cell.name += "OfTheSecondFile";
         cell.occurrence = 2;
+        // Where a kept connection is lost before anything was answered, a new one does as well.
+        if (cell.step == "EPSV" && cell.fault.cut != Cut::None)
+            cell.expected = {};
         cells.push_back(cell);
     }
     return cells;
