@@ -107,9 +107,14 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& parameter) { return parameter.param.name; });
 
 TEST_F(FTPRefusalsTest, RefusalWhileTheClientHasNothingToWriteIsReported) {
-    server->onData({.afterBytes = 0, .then = Then::AnswerThenStall, .answer = "552 Full"});
+    server->onData({.afterBytes = 1, .then = Then::AnswerThenStall, .answer = "552 Full"});
     StreamRun run(QStringLiteral("a.jpg"), transport, longFile());
-    run.onEvent = [](StreamEvent event) { return event == kStreamEventCanAcceptBytes; };
+    run.onEvent = [&](StreamEvent event) {
+        if (event == kStreamEventCanAcceptBytes && run.written == 0)
+            run.written =
+                run.stream->write(reinterpret_cast<const std::uint8_t*>(run.contents.constData()), 1);
+        return event == kStreamEventCanAcceptBytes;
+    };
     ASSERT_TRUE(run.openAndWait());
     EXPECT_EQ(run.error, ftpError(552));
 }
