@@ -11,7 +11,8 @@ struct Thread::State {
     std::atomic<bool> running{true};
 };
 
-Thread::Thread(std::shared_ptr<State> state) : state_(std::move(state)) {}
+Thread::Thread(std::shared_ptr<State> state)
+    : state_(std::move(state)) {}
 
 std::shared_ptr<Thread> Thread::start(const std::string& name, std::function<void()> body) {
     auto state = std::make_shared<State>();
@@ -24,6 +25,8 @@ std::shared_ptr<Thread> Thread::start(const std::string& name, std::function<voi
     return std::shared_ptr<Thread>(new Thread(std::move(state)));
 }
 
-bool Thread::isRunning() const { return state_->running; }
+bool Thread::isRunning() const {
+    return state_->running;
+}
 
 } // namespace platform

@@ -8,6 +8,8 @@ bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds
     return QTest::qWaitFor(condition, static_cast<int>(deadline.count()));
 }
 
-void runLoopFor(std::chrono::milliseconds duration) { QTest::qWait(static_cast<int>(duration.count())); }
+void runLoopFor(std::chrono::milliseconds duration) {
+    QTest::qWait(static_cast<int>(duration.count()));
+}
 
 } // namespace test_support
