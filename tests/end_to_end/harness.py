@@ -3,12 +3,13 @@
 import json
 import os
 import pathlib
-import resource
+import re
 import shutil
 import signal
 import socket
 import subprocess
 import tempfile
+import threading
 import time
 import urllib.request
 from contextlib import contextmanager
@@ -86,6 +87,8 @@ class Export:
                 [EXPORT, "--ephemeral", "--json", *map(str, arguments)],
                 stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, env=environment,
             )
+            watch = threading.Thread(target=self._watch_memory, args=(process.pid,))
+            watch.start()
             if interrupt:
                 process.stdin.write(password + "\n")
                 process.stdin.flush()
@@ -93,12 +96,21 @@ class Export:
                 out, err = process.communicate(timeout=timeout)
             else:
                 out, err = process.communicate(password + "\n", timeout=timeout)
-            # Of all children waited for so far: the largest, in KiB. Grows only where an export is larger than all before.
-            self.peak = resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss
+            watch.join()
             self.leftovers = sorted(str(path.relative_to(home)) for path in home.rglob("*") if path.is_file())
         self.lines = [json.loads(line) for line in out.splitlines()]
         self.stderr = err
         self.status = process.returncode
+
+    def _watch_memory(self, pid: int):
+        """Keeps the process's own peak in `peak`, in KiB: what the system counts of children holds their parent's too."""
+        self.peak = 0
+        try:
+            while found := re.search(r"VmHWM:\s+(\d+)", pathlib.Path(f"/proc/{pid}/status").read_text()):
+                self.peak = int(found[1])
+                time.sleep(0.02)
+        except OSError:
+            pass  # It has ended.
 
     def events(self, kind: str) -> list[dict]:
         return [line for line in self.lines if line["event"] == kind]
