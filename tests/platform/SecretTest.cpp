@@ -1,45 +1,15 @@
 #include "platform/Secret.h"
-
-#include <QtCore/QProcess>
-#include <QtCore/QTemporaryDir>
+#include "tests/support/CharacterLocale.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <clocale>
 
 namespace {
 
 using platform::textFromDefaultCString;
 using platform::wipe;
-
-/// Puts the process in a locale, made for the purpose: machines seldom have any but their own.
-class Locale {
-public:
-    Locale(const char* language, const char* encoding)
-        : previous_(std::setlocale(LC_CTYPE, nullptr)) {
-        const QString name = QStringLiteral("%1.%2").arg(QLatin1String(language), QLatin1String(encoding));
-        QProcess::execute(QStringLiteral("localedef"),
-                          {QStringLiteral("--no-archive"), QStringLiteral("--quiet"), QStringLiteral("-i"),
-                           QLatin1String(language), QStringLiteral("-f"), QLatin1String(encoding),
-                           folder_.filePath(name)});
-        qputenv("LOCPATH", folder_.path().toLocal8Bit());
-        isSet_ = std::setlocale(LC_CTYPE, name.toLatin1().constData()) != nullptr;
-    }
-    ~Locale() {
-        qunsetenv("LOCPATH");
-        std::setlocale(LC_CTYPE, previous_.constData());
-    }
-    Locale(const Locale&) = delete;
-    Locale& operator=(const Locale&) = delete;
-
-    bool isSet() const { return isSet_; }
-
-private:
-    const QByteArray previous_;
-    const QTemporaryDir folder_;
-    bool isSet_ = false;
-};
+using test_support::CharacterLocale;
 
 TEST(Wipe, ZerosEveryCopyOfAText) {
     QString text = QString::fromLatin1("pass") + QString::fromLatin1("word");
@@ -92,7 +62,7 @@ TEST(Wipe, TakesEmptyTexts) {
 }
 
 TEST(DefaultCString, IsUTF8InAUTF8Locale) {
-    const Locale locale("de_DE", "UTF-8");
+    const CharacterLocale locale("de_DE", "UTF-8");
     ASSERT_TRUE(locale.isSet());
     EXPECT_EQ(textFromDefaultCString("p\xC3\xA4ss \xF0\x9F\x94\x91"), QStringLiteral("päss 🔑"));
     EXPECT_EQ(textFromDefaultCString(QByteArray(3000, 'x')), QString(3000, QLatin1Char('x')));
@@ -101,26 +71,26 @@ TEST(DefaultCString, IsUTF8InAUTF8Locale) {
 
 TEST(DefaultCString, IsReadInTheLocalesEncoding) {
     {
-        const Locale locale("de_DE", "ISO-8859-1");
+        const CharacterLocale locale("de_DE", "ISO-8859-1");
         ASSERT_TRUE(locale.isSet());
         EXPECT_EQ(textFromDefaultCString("p\xE4ss"), QStringLiteral("päss"));
         EXPECT_EQ(textFromDefaultCString("p\xC3\xA4ss"), QStringLiteral("pÃ¤ss"));
     }
-    const Locale locale("ru_RU", "KOI8-R");
+    const CharacterLocale locale("ru_RU", "KOI8-R");
     ASSERT_TRUE(locale.isSet());
     EXPECT_EQ(textFromDefaultCString("\xD0\xC1\xD2\xCF\xCC\xD8"), QStringLiteral("пароль"));
 }
 
 TEST(DefaultCString, CharactersWithMarksAreReadWhole) {
     // In this encoding they are one character each, but two code points.
-    const Locale locale("zh_HK", "BIG5-HKSCS");
+    const CharacterLocale locale("zh_HK", "BIG5-HKSCS");
     ASSERT_TRUE(locale.isSet());
     const QByteArray characters = QByteArray("\x88\x62\x88\xA5").repeated(100);
     EXPECT_EQ(textFromDefaultCString(characters), QStringLiteral("\u00CA\u0304\u00EA\u030C").repeated(100));
 }
 
 TEST(DefaultCString, UnknownBytesMakeItLatin1) {
-    const Locale locale("de_DE", "UTF-8");
+    const CharacterLocale locale("de_DE", "UTF-8");
     ASSERT_TRUE(locale.isSet());
     EXPECT_EQ(textFromDefaultCString("p\xE4ss"), QStringLiteral("päss"));
     EXPECT_EQ(textFromDefaultCString("cut \xC3"), QStringLiteral("cut Ã"));

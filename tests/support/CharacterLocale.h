@@ -16,8 +16,9 @@ public:
         : previous_(std::setlocale(LC_CTYPE, nullptr)) {
         const QString name = QStringLiteral("%1.%2").arg(QLatin1String(language), QLatin1String(encoding));
         QProcess::execute(QStringLiteral("localedef"),
-                          {QStringLiteral("--no-archive"), QStringLiteral("-i"), QLatin1String(language),
-                           QStringLiteral("-f"), QLatin1String(encoding), folder_.filePath(name)});
+                          {QStringLiteral("--no-archive"), QStringLiteral("--quiet"), QStringLiteral("-i"),
+                           QLatin1String(language), QStringLiteral("-f"), QLatin1String(encoding),
+                           folder_.filePath(name)});
         qputenv("LOCPATH", folder_.path().toLocal8Bit());
         isSet_ = std::setlocale(LC_CTYPE, name.toLatin1().constData()) != nullptr;
     }
