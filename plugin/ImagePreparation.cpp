@@ -20,7 +20,7 @@ constexpr std::uint32_t kMostRoomMade = 100'000;
 const QString kExtension = QStringLiteral(".jpg");
 const QString kEventFolderFormat = QStringLiteral("%@/");
 const QString kCategoryFolderFormat = QStringLiteral("%@/%@/");
-const QString kFolderWithoutProject = QStringLiteral("Uncategorized");
+const QString kCategoryWithoutProject = QStringLiteral("Untitled");
 const QString kProPhotoResource = QStringLiteral("ProPhotoRGB");
 const QString kProfileType = QStringLiteral("icc");
 
@@ -87,15 +87,11 @@ bool writeFile(const QString& path, const QByteArray& contents) {
     return true;
 }
 
-/// The image's category folder within the event's. An image without a project goes where it would go if
-/// folders were not named after projects.
-std::optional<QString> categoryFolder(const Quillmark& plugIn, const QString& project) {
+/// The category that the image goes to, as it stands: what can't be sent, the upload refuses.
+std::optional<QString> categoryOf(const Quillmark& plugIn, const QString& project) {
     if (!plugIn.autoCreateCategories())
         return plugIn.chosenCategory();
-    if (!project.isEmpty())
-        return project;
-    const auto chosen = plugIn.chosenCategory();
-    return chosen && !chosen->isEmpty() ? *chosen : kFolderWithoutProject;
+    return project.isEmpty() ? kCategoryWithoutProject : project;
 }
 
 void makeHandOverLists(Quillmark& plugIn) {
@@ -116,7 +112,7 @@ void handOver(Quillmark& plugIn, const QString& path, const QString& project) {
     makeHandOverLists(plugIn);
     plugIn.exportedImagePaths->append(path);
     const QString folder =
-        formattedText(kCategoryFolderFormat, {plugIn.chosenEventId(), categoryFolder(plugIn, project)});
+        formattedText(kCategoryFolderFormat, {plugIn.chosenEventId(), categoryOf(plugIn, project)});
     plugIn.exportFTPFolders->append(folder);
     auto& folders = *plugIn.ftpPaths;
     if (std::find(folders.begin(), folders.end(), folder) == folders.end())

@@ -1,5 +1,6 @@
 #include "plugin/DefaultsKeys.h"
 #include "plugin/Quillmark.h"
+#include "plugin/WholeNumber.h"
 
 #include "hostapi/SettingsPanel.h"
 
@@ -29,16 +30,6 @@ const QString kNoCategory = QStringLiteral("Please select a category");
 const QString kNoCategoryInfo =
     QStringLiteral("You must either select a category or choose to generate categories automatically, before "
                    "attempting to export.");
-
-/// The whole number that `text` holds, whatever the locale: digits, "-" before them, blanks around them.
-/// Without a value for any other text and for a number beyond 32 bits.
-std::optional<std::int32_t> wholeNumber(const QString& text) {
-    bool isNumber = false;
-    const int number = text.toInt(&isNumber);
-    if (!isNumber || text.contains(QLatin1Char('+')))
-        return std::nullopt;
-    return number;
-}
 
 QString textOf(const QLineEdit* field) {
     return field ? field->text() : QString();

@@ -362,28 +362,37 @@ TEST_F(ImagePreparation, ProjectsDoNotMatterWithoutAutoCreatedCategories) {
     EXPECT_EQ(*plugIn->exportFTPFolders, QStringList(2, QStringLiteral("77/Ceremony/")));
 }
 
-TEST_F(ImagePreparation, AnImageWithoutAProjectGoesToTheChosenCategory) {
+TEST_F(ImagePreparation, AnImageWithoutAProjectGoesToUntitled) {
     plugIn->setAutoCreateCategories(true);
-    setProjects({QString()});
-    offer(picture, QStringLiteral("a.tif"), 0);
-    offer(picture, QStringLiteral("b.tif"), 1);
-    EXPECT_EQ(*plugIn->exportFTPFolders, QStringList(2, QStringLiteral("77/Ceremony/")));
-}
-
-TEST_F(ImagePreparation, AnImageWithoutProjectAndCategoryIsUncategorized) {
-    plugIn->setAutoCreateCategories(true);
-    for (const auto& category : {std::optional<QString>(), std::optional<QString>(QString())}) {
-        plugIn->setChosenCategory(category);
-        offer(picture);
-        EXPECT_EQ(plugIn->exportFTPFolders->last(), QStringLiteral("77/Uncategorized/"));
-    }
+    setProjects({QStringLiteral("A"), QString(), QStringLiteral("")});
+    for (std::uint32_t i = 0; i < 4; ++i)
+        offer(picture, QStringLiteral("%1.tif").arg(i), i);
+    QStringList folders(4, QStringLiteral("77/Untitled/"));
+    folders.front() = QStringLiteral("77/A/");
+    EXPECT_EQ(*plugIn->exportFTPFolders, folders) << "an absent name, an empty one, no record at all";
+    EXPECT_EQ(foldersToMake(), (QStringList{QStringLiteral("77/"), folders.front(), folders.back()}));
 }
 
 TEST_F(ImagePreparation, AProjectsNameIsTheFoldersNameAsItStands) {
     plugIn->setAutoCreateCategories(true);
-    setProjects({QStringLiteral("Smith & Jones #1 – 日本 %41")});
+    for (const QString& name : {QStringLiteral("Smith & Jones #1 – 日本 %41"), QStringLiteral("a/b"),
+                                QStringLiteral(".."), QStringLiteral(" "), QStringLiteral("%@"),
+                                QStringLiteral("two\r\nlines"), QStringLiteral("untitled")}) {
+        setProjects({name});
+        offer(picture);
+        EXPECT_EQ(plugIn->exportFTPFolders->last(), QStringLiteral("77/") + name + QLatin1Char('/'));
+    }
+}
+
+TEST_F(ImagePreparation, ACategorysNameIsTheFoldersNameAsItStands) {
+    for (const auto& name : {QStringLiteral("a/b %@"), QString()}) {
+        plugIn->setChosenCategory(name);
+        offer(picture);
+        EXPECT_EQ(plugIn->exportFTPFolders->last(), QStringLiteral("77/") + name + QLatin1Char('/'));
+    }
+    plugIn->setChosenCategory(std::nullopt);
     offer(picture);
-    EXPECT_EQ(plugIn->exportFTPFolders->last(), QStringLiteral("77/Smith & Jones #1 – 日本 %41/"));
+    EXPECT_EQ(plugIn->exportFTPFolders->last(), QStringLiteral("77/(null)/"));
 }
 
 TEST_F(ImagePreparation, AnAbsentEventReadsAsSuch) {
