@@ -1,0 +1,36 @@
+#pragma once
+
+#include <QtCore/QString>
+
+#include <optional>
+
+namespace host {
+
+/// The resize box, in pixels, as a person would type it in.
+struct ResizeBox {
+    QString width;
+    QString height;
+    bool operator==(const ResizeBox&) const = default;
+};
+
+/// What was chosen in a plug-in's settings view for an export. Never a password.
+struct ExportChoices {
+    QString account;
+    QString eventId;
+    QString eventName;
+    std::optional<QString> category; ///< Listed or typed; none where none was chosen.
+    bool autoCategories = false;     ///< Name each image's category after its project.
+    std::optional<QString> pricingId;
+    QString pricingName;
+    std::optional<ResizeBox> resize; ///< None where the account's own box, or no box, holds.
+    int quality = 0;                 ///< The slider's position, in units of `hostapi::panel::kQualityScale`.
+    int colorSpace = 0;              ///< Index in the colour space chooser.
+
+    bool operator==(const ExportChoices&) const = default;
+};
+
+/// Whether images of both go to the same remote folders of the same account, so that a file of one replaces
+/// the file of that name of the other.
+bool sameDestination(const ExportChoices& one, const ExportChoices& other);
+
+} // namespace host

@@ -1,0 +1,157 @@
+#include "host/core/ExportJournal.h"
+
+#include "host/core/JournalFile.h"
+#include "host/core/JournalFolder.h"
+#include "host/core/JournalFormat.h"
+
+#include <QtCore/QFile>
+#include <QtCore/QFileInfo>
+
+#include <algorithm>
+
+namespace host {
+
+using Durability = JournalFile::Durability;
+
+namespace {
+
+const QString kDied = QStringLiteral("The program ended before the image was uploaded.");
+constexpr QLatin1String kMarkerPrefix{"journal-of-"};
+/// Of the lines about an image, at most: prepared, its path, left out or uploaded. And of a few others.
+constexpr qint64 kGrowthPerImage = 512;
+constexpr qint64 kGrowthBesides = 4096;
+
+/// Changes whenever the system starts.
+QByteArray bootId() {
+    QFile file(QStringLiteral("/proc/sys/kernel/random/boot_id"));
+    return file.open(QIODevice::ReadOnly) ? file.readAll().trimmed() : QByteArray();
+}
+
+} // namespace
+
+std::unique_ptr<ExportJournal> ExportJournal::create(const QString& folder, const ExportChoices& choices,
+                                                     std::vector<RecordedImage> images, QString& error) {
+    if (!makeJournalFolder(folder, error))
+        return nullptr;
+    ExportRecord record;
+    record.begun = QDateTime::currentDateTimeUtc();
+    record.choices = choices;
+    for (RecordedImage& image : images)
+        record.images.push_back({std::move(image.source), std::move(image.name), std::move(image.project)});
+    const auto growth = static_cast<qint64>(record.images.size()) * kGrowthPerImage + kGrowthBesides;
+    auto file = JournalFile::create(newJournalPath(folder, record.begun), journal_format::beginning(record),
+                                    growth, error);
+    if (!file)
+        return nullptr;
+    removeSupersededJournals(folder, record);
+    return std::unique_ptr<ExportJournal>(new ExportJournal(std::move(file), std::move(record)));
+}
+
+std::unique_ptr<ExportJournal> ExportJournal::open(const QString& path, QString& error) {
+    QByteArray contents;
+    auto file = JournalFile::open(path, contents, error);
+    if (!file)
+        return nullptr;
+    qint64 length = 0;
+    auto record = journal_format::read(contents, length, error);
+    if (!record)
+        return nullptr;
+    file->cutTo(length);
+    std::unique_ptr<ExportJournal> journal(new ExportJournal(std::move(file), *std::move(record)));
+    journal->settleInterruptedAttempt();
+    return journal;
+}
+
+ExportJournal::ExportJournal(std::unique_ptr<JournalFile> file, ExportRecord record)
+    : file_(std::move(file))
+    , record_(std::move(record)) {}
+
+ExportJournal::~ExportJournal() = default;
+
+QString ExportJournal::path() const {
+    return file_->path();
+}
+
+std::optional<QString> ExportJournal::failure() const {
+    return file_->failure();
+}
+
+bool ExportJournal::discard() {
+    return file_->remove();
+}
+
+/// The record is changed by what the line says, as it will be by whoever reads the file.
+void ExportJournal::note(const QByteArray& line, Durability durability) {
+    const bool makesSense = journal_format::apply(line, record_);
+    Q_ASSERT(makesSense);
+    if (makesSense)
+        file_->append(line, durability);
+}
+
+// --- A try ---
+
+void ExportJournal::beginAttempt(const ExportChoices& choices, std::vector<std::size_t> images,
+                                 const QString& exportFolder) {
+    note(journal_format::attemptBegan(choices, images, exportFolder, bootId()), Durability::Now);
+    QFile marker(markerPath());
+    marker.open(QIODevice::WriteOnly | QIODevice::NewOnly);
+}
+
+std::optional<std::size_t> ExportJournal::imageOfAttempt(std::uint32_t index) const {
+    return index < record_.attempt.size() ? std::optional(record_.attempt[index]) : std::nullopt;
+}
+
+void ExportJournal::imagePrepared(std::uint32_t index, const QString& path) {
+    // Not forced: after a power cut nothing is concluded from it.
+    if (const auto image = imageOfAttempt(index))
+        note(journal_format::imagePrepared(*image, path), Durability::Eventually);
+}
+
+void ExportJournal::imageLeftOut(std::uint32_t index, const QString& reason) {
+    if (const auto image = imageOfAttempt(index))
+        note(journal_format::imageLeftOut(*image, reason), Durability::Eventually);
+}
+
+void ExportJournal::imageUploaded(const QString& path) {
+    const auto image = std::find_if(record_.attempt.begin(), record_.attempt.end(), [&](std::size_t index) {
+        return record_.images[index].preparedPath == path;
+    });
+    if (image != record_.attempt.end())
+        note(journal_format::imageUploaded(*image), Durability::Soon);
+}
+
+void ExportJournal::processingConfirmed() {
+    note(journal_format::processingConfirmed(), Durability::Now);
+}
+
+void ExportJournal::attemptEnded(const QString& reason) {
+    note(journal_format::attemptEnded(reason), Durability::Now);
+    QFile::remove(markerPath());
+}
+
+// --- What a process that died has left ---
+
+/// A file beside the prepared ones that stays as long as nobody but the plug-in's upload takes files away:
+/// making a plug-in object empties the folder of it too, and after a start of the system nothing is certain.
+QString ExportJournal::markerPath() const {
+    return QStringLiteral("%1/%2%3-%4")
+        .arg(record_.attemptFolder, QString(kMarkerPrefix), QFileInfo(file_->path()).completeBaseName(),
+             QString::fromUtf8(record_.attemptBoot));
+}
+
+void ExportJournal::settleInterruptedAttempt() {
+    if (record_.attemptEnded)
+        return;
+    const bool folderIsUntouched =
+        !record_.attemptBoot.isEmpty() && record_.attemptBoot == bootId() && QFileInfo::exists(markerPath());
+    for (const std::size_t index : record_.attempt) {
+        const RecordedImage& image = record_.images[index];
+        // The plug-in deletes a file when the server has confirmed it, and tells so afterwards.
+        if (folderIsUntouched && image.outcome == ImageOutcome::NotUploaded &&
+            !image.preparedPath.isEmpty() && !QFileInfo::exists(image.preparedPath))
+            note(journal_format::imageUploaded(index), Durability::Soon);
+    }
+    attemptEnded(kDied);
+}
+
+} // namespace host

@@ -1,0 +1,72 @@
+#pragma once
+
+#include "host/core/ExportRecord.h"
+#include "host/core/JournalFile.h"
+
+#include <QtCore/QString>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace host {
+
+/// Keeps the outcome of every image of an export on the disk, so that it survives a crash or a power cut.
+///
+/// One file an export, its further tries included; see JournalFolder.h for finding them. Whoever has one open
+/// holds it: no other process can. What is told here goes into the file before the call returns; it is forced
+/// to the disk by then for `create`, `beginAttempt`, `processingConfirmed` and `attemptEnded`, soon after for
+/// `imageUploaded`. A journal that can't be written goes on in memory, see `failure`. Main thread.
+class ExportJournal {
+public:
+    /// Begins the journal of a new export in `folder`, which is made where it is missing. Of `images` only
+    /// source, name and project count. Empty, with `error`, where it can't be written.
+    static std::unique_ptr<ExportJournal> create(const QString& folder, const ExportChoices& choices,
+                                                 std::vector<RecordedImage> images, QString& error);
+    /// Opens the journal of an earlier export, to try again what remains. What a process that died has
+    /// uploaded without noting it down is noted down now. Empty, with `error`, where the file is no journal,
+    /// is damaged, or is held by another process.
+    static std::unique_ptr<ExportJournal> open(const QString& path, QString& error);
+    ~ExportJournal();
+
+    const ExportRecord& record() const { return record_; }
+    QString path() const;
+
+    /// A try begins: of `images`, indices into the record's, in the order in which the plug-in gets them;
+    /// none for an export that only asks for the confirmation. `choices` must have the destination of the
+    /// record's. `exportFolder` is where the plug-in keeps its files. Call it before the first image is
+    /// offered.
+    void beginAttempt(const ExportChoices& choices, std::vector<std::size_t> images,
+                      const QString& exportFolder);
+
+    // What the plug-in's observer and the export thread tell. `index` counts the images of the try, as the
+    // plug-in does; what belongs to no image of the try is passed over.
+    void imagePrepared(std::uint32_t index, const QString& path);
+    void imageLeftOut(std::uint32_t index, const QString& reason);
+    void imageUploaded(const QString& path);
+
+    /// The plug-in has told its host to finish: the service has answered the finishing request.
+    void processingConfirmed();
+    /// The try is over. `reason`: why those of its images that are not uploaded are not; empty where there is
+    /// none.
+    void attemptEnded(const QString& reason);
+
+    /// Why the file could not be written, at the first time; the record in memory is right all the same.
+    std::optional<QString> failure() const;
+
+    /// Removes the file: the user gives up what remains. The journal goes on in memory.
+    bool discard();
+
+private:
+    ExportJournal(std::unique_ptr<JournalFile> file, ExportRecord record);
+    void note(const QByteArray& line, JournalFile::Durability durability);
+    void settleInterruptedAttempt();
+    QString markerPath() const;
+    std::optional<std::size_t> imageOfAttempt(std::uint32_t index) const;
+
+    std::unique_ptr<JournalFile> file_;
+    ExportRecord record_;
+};
+
+} // namespace host

@@ -1,0 +1,34 @@
+#include "host/core/ExportRecord.h"
+
+#include <algorithm>
+
+namespace host {
+
+bool sameDestination(const ExportChoices& one, const ExportChoices& other) {
+    return one.account == other.account && one.eventId == other.eventId && one.category == other.category &&
+           one.autoCategories == other.autoCategories;
+}
+
+std::vector<std::size_t> ExportRecord::remaining() const {
+    std::vector<std::size_t> indices;
+    for (std::size_t i = 0; i < images.size(); ++i) {
+        if (images[i].outcome != ImageOutcome::Uploaded)
+            indices.push_back(i);
+    }
+    return indices;
+}
+
+std::size_t ExportRecord::count(ImageOutcome outcome) const {
+    return static_cast<std::size_t>(std::count_if(
+        images.begin(), images.end(), [outcome](const auto& image) { return image.outcome == outcome; }));
+}
+
+bool ExportRecord::lacksConfirmation() const {
+    return !processingConfirmed && count(ImageOutcome::Uploaded) > 0;
+}
+
+bool ExportRecord::isSettled() const {
+    return count(ImageOutcome::Uploaded) == images.size() && !lacksConfirmation();
+}
+
+} // namespace host

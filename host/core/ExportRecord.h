@@ -1,0 +1,57 @@
+#pragma once
+
+#include "host/core/ExportChoices.h"
+
+#include <QtCore/QByteArray>
+#include <QtCore/QDateTime>
+#include <QtCore/QString>
+
+#include <cstddef>
+#include <optional>
+#include <vector>
+
+namespace host {
+
+enum class ImageOutcome {
+    NotUploaded, ///< Not reached, or its upload failed; part of a file of that name may lie on the server.
+    LeftOut,     ///< It could not be read: nothing of it was sent.
+    Uploaded,    ///< The FTP server has confirmed the whole file.
+};
+
+/// One image of a recorded export.
+struct RecordedImage {
+    QByteArray source; ///< Absolute path of the file, as the system keeps it.
+    QString name;      ///< Under which it is offered to the plug-in. Each further try uses the same, so that
+                       ///< it replaces what an earlier one has sent of it.
+    std::optional<QString> project{};
+    ImageOutcome outcome = ImageOutcome::NotUploaded;
+    QString reason{};       ///< Why it is not uploaded, for a person to read; empty where nothing is known.
+    QString preparedPath{}; ///< The plug-in's file, which it deletes once the server has confirmed it; empty
+                            ///< where there is none.
+};
+
+/// What is known of an export and of all further tries of it.
+struct ExportRecord {
+    QDateTime begun; ///< UTC.
+    ExportChoices choices;
+    std::vector<RecordedImage> images;
+    /// The service has confirmed that it processes all that is uploaded.
+    bool processingConfirmed = false;
+
+    // The last try.
+    std::vector<std::size_t> attempt; ///< Indices into `images`.
+    QString attemptFolder;            ///< The plug-in's export folder.
+    QByteArray attemptBoot;           ///< Identifies the run of the system in which it began.
+    bool attemptEnded = false;        ///< False while it runs, and where its process died.
+
+    /// The images that did not make it: not uploaded, or left out.
+    std::vector<std::size_t> remaining() const;
+    std::size_t count(ImageOutcome outcome) const;
+    /// Images are uploaded, and the service has not confirmed that it processes them: the finishing request
+    /// is to be sent, if need be by an export of no images.
+    bool lacksConfirmation() const;
+    /// Nothing is left to do.
+    bool isSettled() const;
+};
+
+} // namespace host

@@ -1,0 +1,326 @@
+#include "host/core/JournalFormat.h"
+
+#include <QtCore/QJsonArray>
+#include <QtCore/QJsonDocument>
+#include <QtCore/QJsonObject>
+
+#include <algorithm>
+#include <cmath>
+
+namespace host::journal_format {
+
+namespace {
+
+// Keys. The first of a line tells what it is.
+const QString kJournal = QStringLiteral("journal");
+const QString kBegun = QStringLiteral("begun");
+const QString kCount = QStringLiteral("images");
+const QString kChoices = QStringLiteral("choices");
+const QString kAccount = QStringLiteral("account");
+const QString kEventId = QStringLiteral("eventId");
+const QString kEventName = QStringLiteral("eventName");
+const QString kCategory = QStringLiteral("category");
+const QString kAutoCategories = QStringLiteral("autoCategories");
+const QString kPricingId = QStringLiteral("pricingId");
+const QString kPricingName = QStringLiteral("pricingName");
+const QString kWidth = QStringLiteral("width");
+const QString kHeight = QStringLiteral("height");
+const QString kQuality = QStringLiteral("quality");
+const QString kColorSpace = QStringLiteral("colorSpace");
+const QString kImage = QStringLiteral("image");
+const QString kSource = QStringLiteral("source");
+const QString kName = QStringLiteral("name");
+const QString kProject = QStringLiteral("project");
+const QString kAttempt = QStringLiteral("attempt");
+const QString kFolder = QStringLiteral("folder");
+const QString kBoot = QStringLiteral("boot");
+const QString kPrepared = QStringLiteral("prepared");
+const QString kPath = QStringLiteral("path");
+const QString kLeftOut = QStringLiteral("leftOut");
+const QString kReason = QStringLiteral("reason");
+const QString kUploaded = QStringLiteral("uploaded");
+const QString kConfirmed = QStringLiteral("confirmed");
+const QString kEnded = QStringLiteral("ended");
+
+/// The one version there is.
+constexpr int kVersion = 1;
+constexpr std::size_t kMostImages = 1'000'000;
+/// What stays readable in a source's path; all other bytes are percent-encoded, since they need not be text.
+constexpr char kPlainInPaths[] = "/ +,()[]@";
+
+QByteArray line(const QJsonObject& object) {
+    return QJsonDocument(object).toJson(QJsonDocument::Compact) + '\n';
+}
+
+/// Thrown within this file, where a line lacks something or something has the wrong type.
+struct Senseless {};
+
+QString text(const QJsonObject& object, const QString& key) {
+    const QJsonValue value = object.value(key);
+    if (!value.isString())
+        throw Senseless();
+    return value.toString();
+}
+
+std::optional<QString> textOrNone(const QJsonObject& object, const QString& key) {
+    return object.contains(key) ? std::optional(text(object, key)) : std::nullopt;
+}
+
+bool flag(const QJsonObject& object, const QString& key) {
+    const QJsonValue value = object.value(key);
+    if (!value.isBool())
+        throw Senseless();
+    return value.toBool();
+}
+
+std::size_t wholeNumber(const QJsonValue& value, std::size_t end) {
+    const double number = value.toDouble(-1);
+    if (number < 0 || number >= static_cast<double>(end) || std::floor(number) != number)
+        throw Senseless();
+    return static_cast<std::size_t>(number);
+}
+
+QJsonObject asObject(const ExportChoices& choices) {
+    QJsonObject object{{kAccount, choices.account},         {kEventId, choices.eventId},
+                       {kEventName, choices.eventName},     {kAutoCategories, choices.autoCategories},
+                       {kPricingName, choices.pricingName}, {kQuality, choices.quality},
+                       {kColorSpace, choices.colorSpace}};
+    if (choices.category)
+        object.insert(kCategory, *choices.category);
+    if (choices.pricingId)
+        object.insert(kPricingId, *choices.pricingId);
+    if (choices.resize) {
+        object.insert(kWidth, choices.resize->width);
+        object.insert(kHeight, choices.resize->height);
+    }
+    return object;
+}
+
+ExportChoices choicesOf(const QJsonObject& object) {
+    // Larger than any slider and any list of colour spaces.
+    constexpr std::size_t kNumbersEnd = 1'000'000;
+    ExportChoices choices;
+    choices.account = text(object, kAccount);
+    choices.eventId = text(object, kEventId);
+    choices.eventName = text(object, kEventName);
+    choices.category = textOrNone(object, kCategory);
+    choices.autoCategories = flag(object, kAutoCategories);
+    choices.pricingId = textOrNone(object, kPricingId);
+    choices.pricingName = text(object, kPricingName);
+    if (object.contains(kWidth) || object.contains(kHeight))
+        choices.resize = ResizeBox{text(object, kWidth), text(object, kHeight)};
+    choices.quality = static_cast<int>(wholeNumber(object.value(kQuality), kNumbersEnd));
+    choices.colorSpace = static_cast<int>(wholeNumber(object.value(kColorSpace), kNumbersEnd));
+    return choices;
+}
+
+RecordedImage imageOf(const QJsonObject& object) {
+    RecordedImage image;
+    image.source = QByteArray::fromPercentEncoding(text(object, kSource).toLatin1());
+    image.name = text(object, kName);
+    image.project = textOrNone(object, kProject);
+    // A name becomes a file's in the plug-in's folder, and must not lead out of it.
+    const bool isName = !image.name.isEmpty() && !image.name.contains(QLatin1Char('/')) &&
+                        !image.name.contains(QChar(u'\0')) && image.name != QLatin1String(".") &&
+                        image.name != QLatin1String("..");
+    if (!isName || !image.source.startsWith('/') || image.source.contains('\0'))
+        throw Senseless();
+    return image;
+}
+
+QJsonObject parsed(const QByteArray& line) {
+    const QJsonDocument document = QJsonDocument::fromJson(line);
+    if (!document.isObject())
+        throw Senseless();
+    return document.object();
+}
+
+void beginAttempt(const QJsonObject& object, ExportRecord& record) {
+    std::vector<std::size_t> attempt;
+    const QJsonValue images = object.value(kAttempt);
+    if (!images.isArray())
+        throw Senseless();
+    for (const QJsonValue& image : images.toArray())
+        attempt.push_back(wholeNumber(image, record.images.size()));
+    const ExportChoices choices = choicesOf(object.value(kChoices).toObject());
+    if (!sameDestination(choices, record.choices))
+        throw Senseless();
+    record.choices = choices;
+    record.attemptFolder = text(object, kFolder);
+    record.attemptBoot = text(object, kBoot).toUtf8();
+    record.attemptEnded = false;
+    for (RecordedImage& image : record.images)
+        image.preparedPath.clear();
+    for (const std::size_t index : attempt) {
+        record.images[index].outcome = ImageOutcome::NotUploaded;
+        record.images[index].reason.clear();
+    }
+    record.attempt = std::move(attempt);
+}
+
+void upload(RecordedImage& image, ExportRecord& record) {
+    image.outcome = ImageOutcome::Uploaded;
+    image.reason.clear();
+    // What was confirmed before did not cover this image.
+    record.processingConfirmed = false;
+}
+
+void endAttempt(const QString& reason, ExportRecord& record) {
+    record.attemptEnded = true;
+    for (RecordedImage& image : record.images) {
+        if (image.outcome == ImageOutcome::NotUploaded && image.reason.isEmpty())
+            image.reason = reason;
+    }
+}
+
+void applyObject(const QJsonObject& object, ExportRecord& record) {
+    const auto image = [&](const QString& key) -> RecordedImage& {
+        return record.images[wholeNumber(object.value(key), record.images.size())];
+    };
+    if (object.contains(kAttempt)) {
+        beginAttempt(object, record);
+    } else if (object.contains(kPrepared)) {
+        image(kPrepared).preparedPath = text(object, kPath);
+    } else if (object.contains(kLeftOut)) {
+        RecordedImage& leftOut = image(kLeftOut);
+        leftOut.reason = text(object, kReason);
+        leftOut.outcome = ImageOutcome::LeftOut;
+    } else if (object.contains(kUploaded)) {
+        upload(image(kUploaded), record);
+    } else if (object.contains(kConfirmed)) {
+        record.processingConfirmed = flag(object, kConfirmed);
+    } else if (object.contains(kEnded)) {
+        endAttempt(text(object, kEnded), record);
+    } else {
+        throw Senseless();
+    }
+}
+
+/// Goes from line to line, and counts them.
+class Lines {
+public:
+    explicit Lines(const QByteArray& contents)
+        : contents_(contents) {}
+
+    std::optional<QByteArray> next() {
+        const qsizetype end = contents_.indexOf('\n', position_);
+        if (end < 0)
+            return std::nullopt;
+        ++number_;
+        const QByteArray line = contents_.mid(position_, end - position_);
+        position_ = end + 1;
+        return line;
+    }
+    QByteArray expected() {
+        auto line = next();
+        if (!line)
+            throw Senseless();
+        return *std::move(line);
+    }
+    int number() const { return number_; }
+    qint64 position() const { return position_; }
+
+private:
+    const QByteArray& contents_;
+    qsizetype position_ = 0;
+    int number_ = 0;
+};
+
+ExportRecord readBeginning(Lines& lines) {
+    const QJsonObject first = parsed(lines.expected());
+    if (first.value(kJournal).toInt() != kVersion)
+        throw Senseless();
+    ExportRecord record;
+    record.begun = QDateTime::fromString(text(first, kBegun), Qt::ISODate);
+    record.choices = choicesOf(first.value(kChoices).toObject());
+    const std::size_t count = wholeNumber(first.value(kCount), kMostImages + 1);
+    if (!record.begun.isValid())
+        throw Senseless();
+    for (std::size_t i = 0; i < count; ++i) {
+        const QJsonObject object = parsed(lines.expected());
+        if (wholeNumber(object.value(kImage), count) != i)
+            throw Senseless();
+        record.images.push_back(imageOf(object));
+    }
+    return record;
+}
+
+} // namespace
+
+QByteArray beginning(const ExportRecord& record) {
+    QByteArray lines = line({{kJournal, kVersion},
+                             {kBegun, record.begun.toUTC().toString(Qt::ISODate)},
+                             {kChoices, asObject(record.choices)},
+                             {kCount, static_cast<qint64>(record.images.size())}});
+    for (std::size_t i = 0; i < record.images.size(); ++i) {
+        const RecordedImage& image = record.images[i];
+        QJsonObject object{{kImage, static_cast<qint64>(i)},
+                           {kSource, QString::fromLatin1(image.source.toPercentEncoding(kPlainInPaths))},
+                           {kName, image.name}};
+        if (image.project)
+            object.insert(kProject, *image.project);
+        lines += line(object);
+    }
+    return lines;
+}
+
+QByteArray attemptBegan(const ExportChoices& choices, const std::vector<std::size_t>& images,
+                        const QString& folder, const QByteArray& boot) {
+    QJsonArray indices;
+    for (const std::size_t index : images)
+        indices.append(static_cast<qint64>(index));
+    return line({{kAttempt, indices},
+                 {kChoices, asObject(choices)},
+                 {kFolder, folder},
+                 {kBoot, QString::fromUtf8(boot)}});
+}
+
+QByteArray imagePrepared(std::size_t image, const QString& path) {
+    return line({{kPrepared, static_cast<qint64>(image)}, {kPath, path}});
+}
+
+QByteArray imageLeftOut(std::size_t image, const QString& reason) {
+    return line({{kLeftOut, static_cast<qint64>(image)}, {kReason, reason}});
+}
+
+QByteArray imageUploaded(std::size_t image) {
+    return line({{kUploaded, static_cast<qint64>(image)}});
+}
+
+QByteArray processingConfirmed() {
+    return line({{kConfirmed, true}});
+}
+
+QByteArray attemptEnded(const QString& reason) {
+    return line({{kEnded, reason}});
+}
+
+bool apply(const QByteArray& line, ExportRecord& record) {
+    try {
+        applyObject(parsed(line), record);
+        return true;
+    } catch (const Senseless&) {
+        return false;
+    }
+}
+
+std::optional<ExportRecord> read(const QByteArray& contents, qint64& length, QString& error) {
+    // A block that a power cut has kept from the disk reads as zeros: nothing behind it counts. What is lost
+    // that way is sent again.
+    const qsizetype zero = contents.indexOf('\0');
+    const QByteArray written = zero < 0 ? contents : contents.left(zero);
+    Lines lines(written);
+    try {
+        ExportRecord record = readBeginning(lines);
+        while (const auto line = lines.next())
+            applyObject(parsed(*line), record);
+        length = lines.position();
+        return record;
+    } catch (const Senseless&) {
+        error = lines.number() == 0 ? QStringLiteral("it is no journal of an export")
+                                    : QStringLiteral("it is damaged at or after line %1").arg(lines.number());
+        return std::nullopt;
+    }
+}
+
+} // namespace host::journal_format

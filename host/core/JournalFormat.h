@@ -1,0 +1,30 @@
+#pragma once
+
+#include "host/core/ExportRecord.h"
+
+#include <QtCore/QByteArray>
+
+#include <optional>
+
+/// The lines of a journal, each one JSON object and a line end.
+namespace host::journal_format {
+
+/// The lines that begin a journal: the choices and all images.
+QByteArray beginning(const ExportRecord& record);
+
+QByteArray attemptBegan(const ExportChoices& choices, const std::vector<std::size_t>& images,
+                        const QString& folder, const QByteArray& boot);
+QByteArray imagePrepared(std::size_t image, const QString& path);
+QByteArray imageLeftOut(std::size_t image, const QString& reason);
+QByteArray imageUploaded(std::size_t image);
+QByteArray processingConfirmed();
+QByteArray attemptEnded(const QString& reason);
+
+/// Changes the record as the line, which follows the beginning, says. False where it says nothing sensible.
+bool apply(const QByteArray& line, ExportRecord& record);
+
+/// Reads a whole journal. What a power cut or a crash has left of a last line is passed over: `length` is
+/// that of all before it. Without a value, and with `error`, where it is no journal or is damaged.
+std::optional<ExportRecord> read(const QByteArray& contents, qint64& length, QString& error);
+
+} // namespace host::journal_format
