@@ -6,6 +6,7 @@
 #include "host/core/ObserverRelay.h"
 #include "host/core/PlugInLoader.h"
 #include "host/core/UniqueNames.h"
+#include "hostapi/SettingsPanel.h"
 #include "platform/Secret.h"
 
 #include <QtCore/QFileInfo>
@@ -46,6 +47,20 @@ std::vector<std::optional<QString>> projectsOf(const Options& options) {
     for (const QByteArray& path : options.images)
         projects.push_back(options.project ? options.project : folderName(path));
     return projects;
+}
+
+WishedChoices wishesOf(const Options& options) {
+    WishedChoices wishes;
+    wishes.event = options.event;
+    wishes.category = options.category;
+    wishes.autoCategories = options.autoCategories;
+    wishes.pricing = options.pricing;
+    wishes.resize = options.resize;
+    if (options.quality)
+        wishes.quality = *options.quality * hostapi::panel::kQualityScale;
+    if (options.colorspace)
+        wishes.colorSpace = static_cast<int>(*options.colorspace);
+    return wishes;
 }
 
 /// The name that the plug-in gives the file that it makes of an image offered as `name`.
@@ -185,7 +200,7 @@ void ExportSession::listsLoaded() {
         conclude(Outcome::Finished);
         return;
     }
-    if (const auto refusal = panel_->choose(options_)) {
+    if (const auto refusal = panel_->choose(wishesOf(options_))) {
         conclude(Outcome::Refused, *refusal);
         return;
     }

@@ -2,7 +2,6 @@
 
 #include "host/cli/Options.h"
 #include "host/cli/Outcome.h"
-#include "host/cli/PanelDriver.h"
 #include "host/cli/PasswordSource.h"
 #include "host/cli/ProgressWatch.h"
 #include "host/cli/Reporter.h"
@@ -10,6 +9,7 @@
 #include "host/core/APIManager.h"
 #include "host/core/ExportManager.h"
 #include "host/core/ExportThread.h"
+#include "host/core/PanelDriver.h"
 
 #include <QtCore/QObject>
 #include <QtCore/QTimer>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/cli/Lists.h"
+#include "host/core/Lists.h"
 
 #include <QtCore/QByteArray>
 #include <QtCore/QString>

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "host/core/ExportChoices.h"
+
 #include <QtCore/QByteArray>
 #include <QtCore/QString>
 
@@ -8,12 +10,6 @@
 #include <vector>
 
 namespace host::cli {
-
-/// The two sides of a resize box, as they were typed.
-struct ResizeBox {
-    QString width;
-    QString height;
-};
 
 /// Indices of the settings view's colour space chooser.
 enum class ColorSpaceChoice { SRGB = 0, AdobeRGB = 1, ProPhotoRGB = 2 };

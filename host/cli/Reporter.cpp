@@ -1,6 +1,7 @@
 #include "host/cli/Reporter.h"
 
 #include "host/cli/JSONLine.h"
+#include "host/cli/Listing.h"
 #include "host/cli/Output.h"
 #include "host/cli/PrintableText.h"
 

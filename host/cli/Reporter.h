@@ -1,9 +1,9 @@
 #pragma once
 
-#include "host/cli/Lists.h"
 #include "host/cli/Outcome.h"
 #include "host/cli/ProgressLine.h"
 #include "host/core/AnsweringAlertPresenter.h"
+#include "host/core/Lists.h"
 
 #include <mutex>
 

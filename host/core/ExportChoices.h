@@ -29,6 +29,21 @@ struct ExportChoices {
     bool operator==(const ExportChoices&) const = default;
 };
 
+/// What is to be chosen in a plug-in's settings view; what is empty stays as it stands there.
+struct WishedChoices {
+    WishedChoices() = default;
+    /// All of them.
+    explicit WishedChoices(const ExportChoices& choices);
+
+    std::optional<QString> event; ///< An id, or else a name that only one event has.
+    std::optional<QString> category;
+    bool autoCategories = false;
+    std::optional<QString> pricing; ///< An id, or else a name that only one template has.
+    std::optional<ResizeBox> resize;
+    std::optional<int> quality;    ///< In units of `hostapi::panel::kQualityScale`.
+    std::optional<int> colorSpace; ///< Index in the colour space chooser.
+};
+
 /// Whether images of both go to the same remote folders of the same account, so that a file of one replaces
 /// the file of that name of the other.
 bool sameDestination(const ExportChoices& one, const ExportChoices& other);

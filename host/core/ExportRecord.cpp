@@ -4,11 +4,6 @@
 
 namespace host {
 
-bool sameDestination(const ExportChoices& one, const ExportChoices& other) {
-    return one.account == other.account && one.eventId == other.eventId && one.category == other.category &&
-           one.autoCategories == other.autoCategories;
-}
-
 std::vector<std::size_t> ExportRecord::remaining() const {
     std::vector<std::size_t> indices;
     for (std::size_t i = 0; i < images.size(); ++i) {

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+using namespace host;
 using namespace host::cli;
 using namespace std::chrono_literals;
 

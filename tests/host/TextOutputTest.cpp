@@ -1,6 +1,6 @@
 #include "host/cli/ImageFiles.h"
 #include "host/cli/JSONLine.h"
-#include "host/cli/Lists.h"
+#include "host/cli/Listing.h"
 #include "host/cli/PrintableText.h"
 
 #include <QtCore/QDir>
@@ -14,6 +14,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+using namespace host;
 using namespace host::cli;
 
 namespace {

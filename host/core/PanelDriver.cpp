@@ -1,4 +1,4 @@
-#include "host/cli/PanelDriver.h"
+#include "host/core/PanelDriver.h"
 
 #include "hostapi/SettingsPanel.h"
 
@@ -9,7 +9,7 @@
 
 #include <memory>
 
-namespace host::cli {
+namespace host {
 
 namespace panel = hostapi::panel;
 
@@ -159,24 +159,46 @@ Lists PanelDriver::lists() const {
     return lists;
 }
 
-std::optional<QString> PanelDriver::choose(const Options& options) {
+std::optional<QString> PanelDriver::choose(const WishedChoices& wishes) {
     std::optional<QString> refusal;
-    if (options.event)
-        refusal = chooseEvent(*options.event);
+    if (wishes.event)
+        refusal = chooseEvent(*wishes.event);
     // After the event: choosing one empties the category.
-    if (!refusal && options.category)
-        refusal = type(*categoryChooser_->lineEdit(), *options.category);
-    if (!refusal && options.pricing)
-        refusal = choosePricing(*options.pricing);
-    if (!refusal && options.resize)
-        refusal = chooseResizeBox(*options.resize);
-    if (options.autoCategories)
+    if (!refusal && wishes.category)
+        refusal = type(*categoryChooser_->lineEdit(), *wishes.category);
+    if (!refusal && wishes.pricing)
+        refusal = choosePricing(*wishes.pricing);
+    if (!refusal && wishes.resize)
+        refusal = chooseResizeBox(*wishes.resize);
+    if (wishes.autoCategories)
         tick(*autoCreateCategoriesButton_);
-    if (options.quality)
-        chooseQuality(*options.quality);
-    if (options.colorspace)
-        pick(*colorspaceChooser_, static_cast<int>(*options.colorspace));
+    if (wishes.quality)
+        chooseQuality(*wishes.quality);
+    if (wishes.colorSpace)
+        pick(*colorspaceChooser_, *wishes.colorSpace);
     return refusal;
+}
+
+ExportChoices PanelDriver::choices() const {
+    ExportChoices choices;
+    choices.account = accountName();
+    if (const int event = eventChooser_->currentIndex(); event >= 0) {
+        choices.eventId = entryAt(*eventChooser_, event).id.value_or(QString());
+        choices.eventName = entryAt(*eventChooser_, event).name;
+    }
+    if (const QString category = categoryChooser_->currentText(); !category.isEmpty())
+        choices.category = category;
+    choices.autoCategories = autoCreateCategoriesButton_->isChecked();
+    if (const int pricing = pricingChooser_->currentIndex(); pricing >= 0) {
+        choices.pricingId = entryAt(*pricingChooser_, pricing).id;
+        choices.pricingName = entryAt(*pricingChooser_, pricing).name;
+    }
+    // A box that can't be changed is the account's, not chosen.
+    if (doResizeButton_->isEnabled() && doResizeButton_->isChecked())
+        choices.resize = ResizeBox{resizeWidth_->text(), resizeHeight_->text()};
+    choices.quality = qualitySlider_->value();
+    choices.colorSpace = colorspaceChooser_->currentIndex();
+    return choices;
 }
 
 std::optional<QString> PanelDriver::chooseEvent(const QString& idOrName) {
@@ -203,12 +225,11 @@ std::optional<QString> PanelDriver::chooseResizeBox(const ResizeBox& box) {
     return refusal ? refusal : type(*resizeHeight_, box.height);
 }
 
-void PanelDriver::chooseQuality(int quality) {
-    const int position = quality * panel::kQualityScale;
+void PanelDriver::chooseQuality(int position) {
     // A slider that stands at its end for a saved value beyond it must still be moved to be heard of.
     qualitySlider_->setValue(position == qualitySlider_->minimum() ? qualitySlider_->maximum()
                                                                    : qualitySlider_->minimum());
     qualitySlider_->setValue(position);
 }
 
-} // namespace host::cli
+} // namespace host

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "host/cli/Lists.h"
-#include "host/cli/Options.h"
+#include "host/core/ExportChoices.h"
+#include "host/core/Lists.h"
 
 #include <QtCore/QObject>
 #include <QtCore/QPointer>
@@ -15,7 +15,7 @@
 
 #include <optional>
 
-namespace host::cli {
+namespace host {
 
 /// Fills in and presses the controls of a plug-in's settings view as a person would. Main thread.
 class PanelDriver : public QObject {
@@ -37,9 +37,11 @@ public:
 
     /// What the choosers offer.
     Lists lists() const;
-    /// Makes the choices of `options`. The reason where one can't be made, because of the account's lists or
+    /// Makes the wished choices. The reason where one can't be made, because of the account's lists or
     /// rights.
-    std::optional<QString> choose(const Options& options);
+    std::optional<QString> choose(const WishedChoices& wishes);
+    /// What is chosen now, by this driver or by a person.
+    ExportChoices choices() const;
 
 Q_SIGNALS:
     /// The login button was enabled or disabled: a login or the loading of the lists began or ended.
@@ -53,7 +55,7 @@ private:
     std::optional<QString> chooseEvent(const QString& idOrName);
     std::optional<QString> choosePricing(const QString& idOrName);
     std::optional<QString> chooseResizeBox(const ResizeBox& box);
-    void chooseQuality(int quality);
+    void chooseQuality(int position);
 
     QPointer<QLineEdit> usernameField_;
     QPointer<QLineEdit> passwordField_;
@@ -72,4 +74,4 @@ private:
     QPointer<QSlider> qualitySlider_;
 };
 
-} // namespace host::cli
+} // namespace host

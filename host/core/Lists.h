@@ -7,7 +7,7 @@
 #include <variant>
 #include <vector>
 
-namespace host::cli {
+namespace host {
 
 /// A record of the service, as the settings view's choosers show it.
 struct Entry {
@@ -38,8 +38,4 @@ std::variant<std::size_t, NoSuchEntry> select(const std::vector<Entry>& entries,
 /// The events without their categories.
 std::vector<Entry> entries(const std::vector<Event>& events);
 
-/// What a person reads: each event with its categories below it, then the pricing templates; ends with a line
-/// end.
-QString listing(const Lists& lists);
-
-} // namespace host::cli
+} // namespace host

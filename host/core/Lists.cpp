@@ -1,21 +1,12 @@
-#include "host/cli/Lists.h"
-
-#include "host/cli/PrintableText.h"
+#include "host/core/Lists.h"
 
 #include <QtCore/QStringList>
 
 #include <algorithm>
 
-namespace host::cli {
+namespace host {
 
 namespace {
-
-const QString kNoId = QStringLiteral("-");
-
-QString line(int indentation, const Entry& entry) {
-    return QString(indentation, QLatin1Char(' ')) + printable(entry.id.value_or(kNoId)) +
-           QStringLiteral("  ") + printable(entry.name) + QLatin1Char('\n');
-}
 
 QString candidates(const std::vector<Entry>& all) {
     QStringList texts;
@@ -54,19 +45,4 @@ std::vector<Entry> entries(const std::vector<Event>& events) {
     return {events.begin(), events.end()};
 }
 
-QString listing(const Lists& lists) {
-    QString text = QStringLiteral("Events:\n");
-    for (const Event& event : lists.events) {
-        text += line(2, event);
-        if (!event.categories)
-            text += QStringLiteral("      (its categories could not be loaded)\n");
-        for (const Entry& category : event.categories.value_or(std::vector<Entry>()))
-            text += line(6, category);
-    }
-    text += QStringLiteral("Pricing templates:\n");
-    for (const Entry& pricing : lists.pricingTemplates)
-        text += line(2, pricing);
-    return text;
-}
-
-} // namespace host::cli
+} // namespace host
