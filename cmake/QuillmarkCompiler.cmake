@@ -11,3 +11,18 @@ if(QUILLMARK_SANITIZE)
   add_compile_options(-fsanitize=${QUILLMARK_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${QUILLMARK_SANITIZE})
 endif()
+
+# What makes a fault in the code harder to use for an attack; sanitizers bring checks of their own, and without
+# optimisation _FORTIFY_SOURCE checks nothing. tests/end_to_end/hardening_test.py looks for each in the built files.
+include(CheckCXXCompilerFlag)
+include(CheckPIESupported)
+check_pie_supported()
+if(NOT QUILLMARK_SANITIZE)
+  add_compile_options(-fstack-protector-strong -fstack-clash-protection)
+  check_cxx_compiler_flag(-fcf-protection QUILLMARK_HAS_CF_PROTECTION)
+  if(QUILLMARK_HAS_CF_PROTECTION)
+    add_compile_options(-fcf-protection)
+  endif()
+  add_compile_options("$<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")
+  add_link_options(LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
+endif()
