@@ -47,6 +47,10 @@ constexpr int kMallocsTrimThreshold = 128 * 1024;
 
 constexpr double kQualitySteps = 100;
 
+/// Exif 2.3, 4.6.5, tag 36867, as libvips names and as Exif writes it.
+constexpr char kCaptureTimeField[] = "exif-ifd2-DateTimeOriginal";
+const QString kExifTimeFormat = QStringLiteral("yyyy:MM:dd HH:mm:ss");
+
 /// Gives back what libvips keeps for the calling thread, which may be about to end.
 struct ThreadCleanup {
     ~ThreadCleanup() { vips_thread_shutdown(); }
@@ -220,6 +224,40 @@ std::optional<QByteArray> Image::asJPEG(double quality) const {
     const HeapTrim afterwards;
     return unlessItFails([&] {
         return encoded(Pixels(load(source_->data, loadOptions()), source_->extra).withEightBits(), quality);
+    });
+}
+
+QImage Image::uprightWithin(std::int32_t side, const ColorSpace& colorSpace) const {
+    const double scale = std::min(1.0, double(side) / std::max(source_->width, source_->height));
+    const auto scaled = [scale](std::uint32_t length) {
+        return std::max(1, static_cast<int>(std::lround(length * scale)));
+    };
+    return unlessItFails([&]() -> QImage {
+        vips::VOption* options = loadOptions();
+        if (source_->isJPEG)
+            options->set("shrink", shrinkOnLoad(1 / scale));
+        const Pixels pixels = Pixels(load(source_->data, options), source_->extra)
+                                  .scaledTo(scaled(source_->width), scaled(source_->height))
+                                  .convertedTo(colorSpace);
+        // Turned in memory: the file can only be decoded from its top to its bottom.
+        const VImage upright = pixels.image().copy_memory().autorot();
+        std::size_t size = 0;
+        void* const rows = upright.write_to_memory(&size);
+        const QImage image(static_cast<const uchar*>(rows), upright.width(), upright.height(),
+                           static_cast<qsizetype>(size) / upright.height(), QImage::Format_RGB888, &g_free,
+                           rows);
+        return image.convertToFormat(QImage::Format_RGB32);
+    });
+}
+
+QDateTime Image::captureTime() const {
+    return unlessItFails([&]() -> QDateTime {
+        const VImage header = load(source_->data, loadOptions());
+        if (header.get_typeof(kCaptureTimeField) == 0)
+            return {};
+        // What follows the time is libvips's description of the field.
+        const QString text = QString::fromLatin1(header.get_string(kCaptureTimeField));
+        return QDateTime::fromString(text.left(kExifTimeFormat.size()), kExifTimeFormat);
     });
 }
 

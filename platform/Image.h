@@ -3,7 +3,9 @@
 #include "platform/ColorSpace.h"
 
 #include <QtCore/QByteArray>
+#include <QtCore/QDateTime>
 #include <QtCore/QString>
+#include <QtGui/QImage>
 
 #include <cstdint>
 #include <memory>
@@ -39,6 +41,11 @@ public:
     /// The image in its own size and colour space (own profile embedded), 8 bits per component, else as
     /// `scaledJPEG`. `quality` is between 0 and 1, the best.
     std::optional<QByteArray> asJPEG(double quality) const;
+    /// The image to be looked at: upright, 8-bit RGB in `colorSpace`, at most `side` pixels wide and high,
+    /// never enlarged; a null image where the data can't be decoded whole.
+    QImage uprightWithin(std::int32_t side, const ColorSpace& colorSpace) const;
+    /// When the picture was taken, by the camera's clock (Exif); invalid where the file does not tell.
+    QDateTime captureTime() const;
 
 private:
     struct Source;

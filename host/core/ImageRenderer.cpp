@@ -1,15 +1,12 @@
 #include "host/core/ImageRenderer.h"
 
+#include "host/core/FileContents.h"
 #include "platform/Image.h"
 
 #include <vips/vips8>
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
 #include <new>
 #include <string_view>
 
@@ -28,59 +25,6 @@ constexpr std::uint64_t kLargestClassicTIFF = 4'000'000'000;
 
 /// A picture that is cut off must not become a whole TIFF with a grey part.
 constexpr const char* kLoadOptions = "[fail_on=error]";
-
-class File {
-public:
-    /// Never waits for a writer, should a pipe be there instead of a file.
-    explicit File(const QByteArray& path)
-        : descriptor_(open(path.constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {}
-    ~File() {
-        if (descriptor_ >= 0)
-            close(descriptor_);
-    }
-    File(const File&) = delete;
-    File& operator=(const File&) = delete;
-    int descriptor() const { return descriptor_; }
-
-private:
-    const int descriptor_;
-};
-
-QString lastSystemError() {
-    return QString::fromLocal8Bit(strerrordesc_np(errno));
-}
-
-/// The file's bytes, up to the size that it has when it is opened. Read, not mapped: a mapped file that is
-/// cut off meanwhile would kill the process.
-std::optional<QByteArray> contents(const QByteArray& path, QString& error) {
-    const File file(path);
-    struct stat status {};
-    if (file.descriptor() < 0 || fstat(file.descriptor(), &status) != 0) {
-        error = lastSystemError();
-        return std::nullopt;
-    }
-    if (!S_ISREG(status.st_mode)) {
-        error = QStringLiteral("it is no longer a file");
-        return std::nullopt;
-    }
-    QByteArray bytes(static_cast<qsizetype>(status.st_size), Qt::Uninitialized);
-    qsizetype length = 0;
-    while (length < bytes.size()) {
-        const ssize_t count =
-            read(file.descriptor(), bytes.data() + length, static_cast<std::size_t>(bytes.size() - length));
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count < 0) {
-            error = lastSystemError();
-            return std::nullopt;
-        }
-        if (count == 0)
-            break;
-        length += count;
-    }
-    bytes.truncate(length);
-    return bytes;
-}
 
 std::uint64_t pixelBytes(const VImage& image) {
     return VIPS_IMAGE_SIZEOF_IMAGE(image.get_image());
@@ -135,7 +79,7 @@ std::optional<RenderedImage> upright(const QByteArray& bytes, QString& error) {
 std::optional<RenderedImage> renderImage(const QByteArray& path, QString& error) {
     platform::startImageLibrary();
     try {
-        const auto bytes = contents(path, error);
+        const auto bytes = fileContents(path, error);
         if (!bytes)
             return std::nullopt;
         try {

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <QtCore/QByteArray>
+#include <QtCore/QCollator>
+#include <QtCore/QDateTime>
+#include <QtCore/QString>
+
+namespace host::desktop {
+
+/// One picture on the light table.
+struct Photograph {
+    /// What is known of the picture itself; nothing before it has been looked at.
+    enum class State { Unknown, Readable, Unreadable };
+
+    QByteArray path; ///< Absolute, as the system keeps it.
+    QString name;    ///< Of the file.
+    QString project; ///< The folder's name, unless the user has given another.
+    QString type;    ///< The extension, in small letters.
+    QDateTime modified;
+    QDateTime captured; ///< Invalid until it has been read, or where the file does not tell.
+    QCollatorSortKey nameKey;
+    State state = State::Unknown;
+};
+
+} // namespace host::desktop

@@ -1,0 +1,108 @@
+#include "host/desktop/PhotographFiles.h"
+
+#include "platform/RunLoop.h"
+#include "platform/Thread.h"
+
+#include <QtCore/QCollator>
+#include <QtCore/QLocale>
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <memory>
+
+namespace host::desktop {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+/// Of the formats that a plug-in is offered.
+const std::array kExtensions{
+    QStringLiteral("jpg"),  QStringLiteral("jpeg"), QStringLiteral("jpe"),
+    QStringLiteral("png"),  QStringLiteral("tif"),  QStringLiteral("tiff"),
+    QStringLiteral("webp"), QStringLiteral("heic"), QStringLiteral("heif"),
+};
+
+QString text(const fs::path& path) {
+    return QString::fromUtf8(path.native().data(), static_cast<qsizetype>(path.native().size()));
+}
+
+QString extensionOf(const fs::path& path) {
+    return text(path.extension()).mid(1).toLower();
+}
+
+/// "IMG_9" before "IMG_10", whatever the letters' case.
+QCollator nameCollator() {
+    // The C locale compares bytes alone.
+    QCollator collator(QLocale().language() == QLocale::C ? QLocale(QLocale::English) : QLocale());
+    collator.setNumericMode(true);
+    collator.setCaseSensitivity(Qt::CaseInsensitive);
+    return collator;
+}
+
+class Finder {
+public:
+    void look(const fs::path& path) {
+        std::error_code error;
+        const fs::path absolute = fs::absolute(path, error).lexically_normal();
+        if (error)
+            ++found_.othersCount;
+        else if (fs::is_directory(absolute, error))
+            lookInto(absolute);
+        else if (!take(absolute))
+            ++found_.othersCount;
+    }
+
+    FoundPhotographs found() { return std::move(found_); }
+
+private:
+    void lookInto(const fs::path& folder) {
+        std::error_code error;
+        for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error))
+            take(entry->path());
+    }
+
+    bool take(const fs::path& path) {
+        const QString extension = extensionOf(path);
+        if (std::find(kExtensions.begin(), kExtensions.end(), extension) == kExtensions.end())
+            return false;
+        struct stat status {};
+        if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
+            return false;
+        const QString name = text(path.filename());
+        found_.photographs.push_back(
+            {QByteArray::fromStdString(path.native()), name, text(path.parent_path().filename()), extension,
+             QDateTime::fromSecsSinceEpoch(status.st_mtim.tv_sec), QDateTime(), collator_.sortKey(name)});
+        return true;
+    }
+
+    const QCollator collator_ = nameCollator();
+    FoundPhotographs found_;
+};
+
+} // namespace
+
+FoundPhotographs findPhotographs(const std::vector<QByteArray>& paths) {
+    Finder finder;
+    for (const QByteArray& path : paths)
+        finder.look(path.toStdString());
+    return finder.found();
+}
+
+void findPhotographsInBackground(std::vector<QByteArray> paths, std::function<void(FoundPhotographs)> found) {
+    platform::Thread::start("find-photos", [paths = std::move(paths), found = std::move(found)] {
+        const auto result = std::make_shared<FoundPhotographs>(findPhotographs(paths));
+        platform::RunLoop::main()->post([result, found] { found(std::move(*result)); });
+    });
+}
+
+std::optional<QByteArray> pathOf(const QUrl& url) {
+    if (!url.isLocalFile())
+        return std::nullopt;
+    return QByteArray::fromPercentEncoding(url.path(QUrl::FullyEncoded).toLatin1());
+}
+
+} // namespace host::desktop

@@ -1,0 +1,29 @@
+#pragma once
+
+#include "host/desktop/Photograph.h"
+
+#include <QtCore/QUrl>
+
+#include <functional>
+#include <optional>
+#include <vector>
+
+namespace host::desktop {
+
+/// What a look at some files and folders has found.
+struct FoundPhotographs {
+    std::vector<Photograph> photographs;
+    std::size_t othersCount = 0; ///< Named files that are no pictures, or not there.
+};
+
+/// The photographs among `paths`: a file stands for itself, a folder for the pictures that lie directly in
+/// it. Any thread.
+FoundPhotographs findPhotographs(const std::vector<QByteArray>& paths);
+
+/// The same on a thread of its own; `found` is called on the main thread.
+void findPhotographsInBackground(std::vector<QByteArray> paths, std::function<void(FoundPhotographs)> found);
+
+/// The path of a local file's URL, byte by byte; none for any other URL.
+std::optional<QByteArray> pathOf(const QUrl& url);
+
+} // namespace host::desktop

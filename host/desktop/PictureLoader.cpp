@@ -1,0 +1,138 @@
+#include "host/desktop/PictureLoader.h"
+
+#include "host/desktop/PictureReader.h"
+#include "platform/RunLoop.h"
+
+#include <sys/resource.h>
+
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+namespace host::desktop {
+
+namespace {
+
+/// Decoding must not take the processor from what the user sees moving, nor from an export.
+constexpr int kNiceness = 10;
+constexpr qsizetype kBytesPerPixel = 4;
+
+} // namespace
+
+/// The threads, and what they have still to do.
+class PictureLoader::Workers {
+public:
+    using Done = std::function<void(const QByteArray& path, int side, const QImage& image)>;
+
+    Workers(int count, Done done)
+        : done_(std::move(done)) {
+        for (int i = 0; i < count; ++i)
+            threads_.emplace_back([this] { run(); });
+    }
+
+    ~Workers() {
+        {
+            const std::lock_guard lock(mutex_);
+            ends_ = true;
+        }
+        changed_.notify_all();
+        for (std::thread& thread : threads_)
+            thread.join();
+    }
+
+    void setQueue(std::deque<QByteArray> paths, int side) {
+        {
+            const std::lock_guard lock(mutex_);
+            std::erase_if(paths, [this, side](const QByteArray& path) {
+                return side == side_ && underWay_.contains(path);
+            });
+            queue_ = std::move(paths);
+            side_ = side;
+        }
+        changed_.notify_all();
+    }
+
+private:
+    void run() {
+        // Of this thread alone: the system keeps a niceness for each.
+        setpriority(PRIO_PROCESS, 0, kNiceness);
+        std::unique_lock lock(mutex_);
+        while (true) {
+            changed_.wait(lock, [this] { return ends_ || !queue_.empty(); });
+            if (ends_)
+                return;
+            const QByteArray path = queue_.front();
+            const int side = side_;
+            queue_.pop_front();
+            underWay_.insert(path);
+            lock.unlock();
+            done_(path, side, readPicture(path, side));
+            lock.lock();
+            underWay_.remove(path);
+        }
+    }
+
+    const Done done_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::deque<QByteArray> queue_;
+    QSet<QByteArray> underWay_;
+    int side_ = 0;
+    bool ends_ = false;
+    std::vector<std::thread> threads_;
+};
+
+PictureLoader::PictureLoader(int threads, qsizetype cacheBytes)
+    : cache_(cacheBytes)
+    , self_(std::make_shared<PictureLoader*>(this)) {
+    const std::weak_ptr<PictureLoader*> self = self_;
+    workers_ =
+        std::make_unique<Workers>(threads, [self](const QByteArray& path, int side, const QImage& image) {
+            platform::RunLoop::main()->post([self, path, side, image] {
+                if (const auto loader = self.lock())
+                    (*loader)->keep(path, side, image);
+            });
+        });
+}
+
+PictureLoader::~PictureLoader() = default;
+
+void PictureLoader::want(const std::vector<QByteArray>& paths, int side) {
+    // Counted as if all were square: more would push each other out.
+    const qsizetype room = cache_.maxCost() / (kBytesPerPixel * side * side);
+    const auto count = std::min(paths.size(), static_cast<std::size_t>(std::max<qsizetype>(room, 1)));
+    std::deque<QByteArray> missing;
+    for (std::size_t i = 0; i < count; ++i) {
+        if (!isAtHand(paths[i], side))
+            missing.push_back(paths[i]);
+    }
+    workers_->setQueue(std::move(missing), side);
+}
+
+bool PictureLoader::isAtHand(const QByteArray& path, int side) const {
+    if (unreadable_.contains(path))
+        return true;
+    const Cached* const cached = cache_.object(path);
+    return cached && cached->side >= side;
+}
+
+QImage PictureLoader::picture(const QByteArray& path) const {
+    const Cached* const cached = cache_.object(path);
+    return cached ? cached->image : QImage();
+}
+
+void PictureLoader::forgetFailures() {
+    unreadable_.clear();
+}
+
+void PictureLoader::keep(const QByteArray& path, int side, const QImage& image) {
+    if (image.isNull())
+        unreadable_.insert(path);
+    else
+        cache_.insert(path, new Cached{image, side}, image.sizeInBytes());
+    Q_EMIT loaded(path, !image.isNull());
+}
+
+} // namespace host::desktop

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <QtCore/QByteArray>
+#include <QtCore/QCache>
+#include <QtCore/QObject>
+#include <QtCore/QSet>
+#include <QtGui/QImage>
+
+#include <memory>
+#include <vector>
+
+namespace host::desktop {
+
+/// Loads pictures in the background and keeps those that were last looked at, within a bound of memory.
+///
+/// Main thread; the pictures are decoded on threads of its own, of low priority.
+class PictureLoader final : public QObject {
+    Q_OBJECT
+
+public:
+    PictureLoader(int threads, qsizetype cacheBytes);
+    /// Waits for the pictures that are being decoded.
+    ~PictureLoader() override;
+
+    /// From now on these are wanted, in this order, and no others: what was asked for earlier and has not
+    /// begun is dropped. `side`: their largest width and height, in device pixels. What would not fit into
+    /// the cache together is left out.
+    void want(const std::vector<QByteArray>& paths, int side);
+
+    /// The picture, maybe of another size than was last wanted; null where it is not at hand.
+    QImage picture(const QByteArray& path) const;
+    bool isUnreadable(const QByteArray& path) const { return unreadable_.contains(path); }
+    qsizetype cachedBytes() const { return cache_.totalCost(); }
+    /// Forgets which pictures could not be read: their files may have changed.
+    void forgetFailures();
+
+Q_SIGNALS:
+    /// The picture is at hand, or can't be read.
+    void loaded(const QByteArray& path, bool readable);
+
+private:
+    struct Cached {
+        QImage image;
+        int side;
+    };
+    class Workers;
+
+    bool isAtHand(const QByteArray& path, int side) const;
+    void keep(const QByteArray& path, int side, const QImage& image);
+
+    mutable QCache<QByteArray, Cached> cache_;
+    QSet<QByteArray> unreadable_;
+    std::shared_ptr<PictureLoader*> self_; ///< For results that are still on their way when it is gone.
+    std::unique_ptr<Workers> workers_;
+};
+
+} // namespace host::desktop

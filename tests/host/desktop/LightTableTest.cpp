@@ -1,0 +1,254 @@
+#include "host/desktop/MainWindow.h"
+#include "tests/host/desktop/PhotographFolder.h"
+#include "tests/support/Waiting.h"
+
+#include <QtCore/QMimeData>
+#include <QtGui/QAccessible>
+#include <QtGui/QDropEvent>
+#include <QtTest/QTest>
+#include <QtWidgets/QApplication>
+#include <QtWidgets/QInputDialog>
+#include <QtWidgets/QScrollBar>
+
+#include <gtest/gtest.h>
+
+using namespace host::desktop;
+using test_support::waitUntil;
+
+namespace {
+
+class Window : public testing::Test {
+protected:
+    void SetUp() override {
+        window_.show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(&window_));
+    }
+
+    void fill(int count) {
+        for (int i = 0; i < count; ++i)
+            folder_.picture(QStringLiteral("IMG_%1.png").arg(i + 1), {30 + i % 7, 20});
+        open({folder_.bytes()}, count);
+    }
+    void open(const std::vector<QByteArray>& paths, int count) {
+        window_.open(paths);
+        ASSERT_TRUE(waitUntil([this, count] { return model()->rowCount() == count; }));
+    }
+
+    LightTable* table() const { return window_.findChild<LightTable*>(); }
+    Preview* preview() const { return window_.findChild<Preview*>(); }
+    QAbstractItemModel* model() const { return table()->model(); }
+    QModelIndex index(int row) const { return model()->index(row, 0); }
+    int selectedCount() const {
+        return static_cast<int>(table()->selectionModel()->selectedIndexes().size());
+    }
+    bool isLoaded(int row) const { return !index(row).data(Qt::DecorationRole).value<QImage>().isNull(); }
+    QPoint centre(int row) const { return table()->visualRect(index(row)).center(); }
+    QAction* action(const char* text) const {
+        for (QAction* const action : window_.findChildren<QAction*>()) {
+            if (action->text().remove(QLatin1Char('&')).startsWith(QLatin1String(text)))
+                return action;
+        }
+        return nullptr;
+    }
+    void key(Qt::Key key, Qt::KeyboardModifiers modifiers = Qt::NoModifier) {
+        QTest::keyClick(QApplication::focusWidget() ? QApplication::focusWidget() : table(), key, modifiers);
+    }
+
+    PhotographFolder folder_;
+    MainWindow window_;
+};
+
+} // namespace
+
+TEST_F(Window, ShowsThePicturesOfAFolderWithTheirThumbnails) {
+    fill(3);
+    EXPECT_TRUE(waitUntil([this] { return isLoaded(0) && isLoaded(1) && isLoaded(2); }));
+    EXPECT_EQ(window_.findChild<QLabel*>(QStringLiteral("selectionLabel"))->text().toStdString(),
+              "3 photographs");
+}
+
+TEST_F(Window, LoadsAtMostAScreenfulAhead) {
+    fill(400);
+    const auto [first, last] = table()->visibleRows();
+    ASSERT_EQ(first, 0);
+    ASSERT_GT(last, 3);
+    ASSERT_LT(last, 150);
+    const int ahead = 2 * last + 1;
+    EXPECT_TRUE(waitUntil([this, ahead] { return isLoaded(ahead); }));
+    // Whatever comes now has been asked for: a picture from elsewhere shows that nothing else was.
+    table()->verticalScrollBar()->setValue(table()->verticalScrollBar()->maximum());
+    EXPECT_TRUE(waitUntil([this] { return isLoaded(399); }));
+    EXPECT_FALSE(isLoaded(ahead + 1));
+    EXPECT_FALSE(isLoaded(table()->visibleRows().first - 1));
+}
+
+TEST_F(Window, KnowsWhichRowsAreInView) {
+    fill(200);
+    table()->verticalScrollBar()->setValue(table()->verticalScrollBar()->maximum() / 2);
+    const auto [first, last] = table()->visibleRows();
+    const QRect viewport = table()->viewport()->rect();
+    EXPECT_TRUE(viewport.intersects(table()->visualRect(index(first))));
+    EXPECT_TRUE(viewport.intersects(table()->visualRect(index(last))));
+    EXPECT_FALSE(viewport.intersects(table()->visualRect(index(first - 1))));
+    EXPECT_FALSE(viewport.intersects(table()->visualRect(index(last + 1))));
+}
+
+TEST_F(Window, ShowsWhatCannotBeReadAsSuch) {
+    open({folder_.file(QStringLiteral("a.jpg"), "no picture")}, 1);
+    EXPECT_TRUE(waitUntil([this] {
+        return index(0).data(Qt::AccessibleTextRole).toString().contains(QStringLiteral("cannot be read"));
+    }));
+}
+
+TEST_F(Window, SelectsWithTheMouseLikeAFileManager) {
+    fill(8);
+    const auto click = [this](int row, Qt::KeyboardModifiers modifiers = Qt::NoModifier) {
+        QTest::mouseClick(table()->viewport(), Qt::LeftButton, modifiers, centre(row));
+    };
+    click(1);
+    EXPECT_EQ(selectedCount(), 1);
+    click(4, Qt::ShiftModifier);
+    EXPECT_EQ(selectedCount(), 4);
+    click(2, Qt::ControlModifier);
+    EXPECT_EQ(selectedCount(), 3);
+    click(6);
+    EXPECT_EQ(selectedCount(), 1);
+    // A rubber band from the empty place below the last one over all.
+    const QPoint corner = table()->viewport()->rect().bottomRight() - QPoint(2, 2);
+    ASSERT_FALSE(table()->indexAt(corner).isValid());
+    QTest::mousePress(table()->viewport(), Qt::LeftButton, {}, corner);
+    QTest::mouseMove(table()->viewport(), corner / 2);
+    QTest::mouseMove(table()->viewport(), QPoint(1, 1));
+    QTest::mouseRelease(table()->viewport(), Qt::LeftButton, {}, QPoint(1, 1));
+    EXPECT_EQ(selectedCount(), 8);
+}
+
+TEST_F(Window, SelectsWithTheKeyboardAlone) {
+    fill(8);
+    table()->setFocus();
+    ASSERT_TRUE(waitUntil([this] { return table()->currentIndex().isValid(); }));
+    key(Qt::Key_Right);
+    EXPECT_EQ(table()->currentIndex().row(), 1);
+    EXPECT_EQ(selectedCount(), 1);
+    key(Qt::Key_Right, Qt::ShiftModifier);
+    EXPECT_EQ(selectedCount(), 2);
+    key(Qt::Key_Right, Qt::ControlModifier);
+    key(Qt::Key_Right, Qt::ControlModifier);
+    key(Qt::Key_Space, Qt::ControlModifier);
+    EXPECT_EQ(selectedCount(), 3);
+    action("Select All")->trigger();
+    EXPECT_EQ(selectedCount(), 8);
+    action("Select None")->trigger();
+    EXPECT_EQ(selectedCount(), 0);
+    EXPECT_EQ(action("Select All")->shortcut(), QKeySequence(QKeySequence::SelectAll));
+}
+
+TEST_F(Window, DroppedFilesAndFoldersAreAddedAndStayWhereTheyWere) {
+    const QByteArray path = folder_.picture(QStringLiteral("a.png"));
+    QMimeData data;
+    data.setUrls({QUrl::fromLocalFile(folder_.path())});
+    QDragEnterEvent enter({10, 10}, Qt::CopyAction | Qt::MoveAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QCoreApplication::sendEvent(table()->viewport(), &enter);
+    EXPECT_TRUE(enter.isAccepted());
+    QDropEvent drop({10, 10}, Qt::CopyAction | Qt::MoveAction, &data, Qt::LeftButton, Qt::NoModifier);
+    drop.setDropAction(Qt::MoveAction);
+    QCoreApplication::sendEvent(table()->viewport(), &drop);
+    EXPECT_EQ(drop.dropAction(), Qt::CopyAction);
+    EXPECT_TRUE(waitUntil([this] { return model()->rowCount() == 1; }));
+    EXPECT_TRUE(QFile::exists(QFile::decodeName(path)));
+}
+
+TEST_F(Window, SpaceOpensThePreviewAndTheKeysGoThroughIt) {
+    fill(3);
+    table()->setCurrentIndex(index(0));
+    table()->setFocus();
+    key(Qt::Key_Space);
+    ASSERT_TRUE(waitUntil([this] { return preview()->isVisible(); }));
+    EXPECT_EQ(preview()->accessibleName().toStdString(), "IMG_1.png, project Smith");
+    QTest::keyClick(preview(), Qt::Key_Right);
+    EXPECT_EQ(preview()->index().row(), 1);
+    EXPECT_EQ(table()->currentIndex().row(), 1);
+    QTest::keyClick(preview(), Qt::Key_End);
+    QTest::keyClick(preview(), Qt::Key_Right);
+    EXPECT_EQ(preview()->index().row(), 2);
+    QTest::keyClick(preview(), Qt::Key_Escape);
+    EXPECT_FALSE(preview()->isVisible());
+    EXPECT_TRUE(table()->isVisible());
+}
+
+TEST_F(Window, ADoubleClickOpensThePreviewOfThatPhotograph) {
+    folder_.picture(QStringLiteral("a.png"), {900, 600}, Qt::red);
+    folder_.picture(QStringLiteral("b.png"), {900, 600}, Qt::blue);
+    open({folder_.bytes()}, 2);
+    QTest::mouseClick(table()->viewport(), Qt::LeftButton, {}, centre(1));
+    QTest::mouseDClick(table()->viewport(), Qt::LeftButton, {}, centre(1));
+    ASSERT_TRUE(preview()->isVisible());
+    const auto shown = [this] { return preview()->grab().toImage().pixelColor(preview()->rect().center()); };
+    EXPECT_TRUE(waitUntil([&shown] { return shown() == QColor(Qt::blue); }));
+}
+
+TEST_F(Window, ThePreviewSaysWhatCannotBeRead) {
+    open({folder_.file(QStringLiteral("a.jpg"), "no picture")}, 1);
+    table()->setCurrentIndex(index(0));
+    action("Preview")->trigger();
+    EXPECT_TRUE(
+        waitUntil([this] { return preview()->accessibleName().contains(QStringLiteral("cannot be read")); }));
+}
+
+TEST_F(Window, AProjectIsRenamedForTheSelection) {
+    fill(3);
+    EXPECT_FALSE(action("Rename Project")->isEnabled());
+    table()->selectionModel()->select(index(1), QItemSelectionModel::Select);
+    QTimer::singleShot(0, [] {
+        auto* const dialog = qobject_cast<QInputDialog*>(QApplication::activeModalWidget());
+        ASSERT_TRUE(dialog);
+        EXPECT_EQ(dialog->textValue(), QStringLiteral("Smith"));
+        dialog->setTextValue(QStringLiteral("Jones"));
+        dialog->accept();
+    });
+    action("Rename Project")->trigger();
+    EXPECT_EQ(index(0).data(PhotographModel::ProjectRole).toString(), QStringLiteral("Smith"));
+    EXPECT_EQ(index(1).data(PhotographModel::ProjectRole).toString(), QStringLiteral("Jones"));
+}
+
+TEST_F(Window, TheSliderChangesTheThumbnailsAndLoadsLargerOnes) {
+    folder_.picture(QStringLiteral("a.png"), {1200, 800});
+    open({folder_.bytes()}, 1);
+    auto* const slider = window_.findChild<QSlider*>();
+    slider->setValue(slider->minimum());
+    const auto width = [this] { return index(0).data(Qt::DecorationRole).value<QImage>().width(); };
+    ASSERT_TRUE(waitUntil([&width] { return width() >= LightTable::kSmallestSide; }));
+    const QSize before = table()->visualRect(index(0)).size();
+    for (int i = 0; i < 20; ++i)
+        action("Larger Thumbnails")->trigger();
+    EXPECT_EQ(slider->value(), LightTable::kLargestSide);
+    EXPECT_GT(table()->visualRect(index(0)).width(), before.width());
+    EXPECT_TRUE(waitUntil([&width] { return width() >= LightTable::kLargestSide; }));
+}
+
+TEST_F(Window, SortsByTypeAtTheMenusWord) {
+    folder_.picture(QStringLiteral("a.png"));
+    folder_.picture(QStringLiteral("b.jpg"));
+    open({folder_.bytes()}, 2);
+    action("Sort by Type")->trigger();
+    EXPECT_EQ(index(0).data().toString(), QStringLiteral("b.jpg"));
+}
+
+TEST_F(Window, ClearingTheTableDeletesNoFile) {
+    fill(2);
+    action("Clear the Light Table")->trigger();
+    EXPECT_EQ(model()->rowCount(), 0);
+    EXPECT_EQ(QDir(folder_.path()).entryList(QDir::Files).size(), 2);
+}
+
+TEST_F(Window, AssistiveToolsFindTheTableItsCellsAndTheControls) {
+    fill(2);
+    QAccessibleInterface* const list = QAccessible::queryAccessibleInterface(table());
+    ASSERT_TRUE(list);
+    EXPECT_EQ(list->text(QAccessible::Name), QStringLiteral("Light table"));
+    QAccessibleInterface* const cell = list->tableInterface()->cellAt(1, 0);
+    ASSERT_TRUE(cell);
+    EXPECT_EQ(cell->text(QAccessible::Name).toStdString(), "IMG_2.png, project Smith");
+    EXPECT_EQ(QAccessible::queryAccessibleInterface(window_.findChild<QSlider*>())->text(QAccessible::Name),
+              QStringLiteral("Thumbnail size"));
+}

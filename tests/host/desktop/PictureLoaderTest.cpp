@@ -1,0 +1,209 @@
+#include "host/desktop/PictureLoader.h"
+
+#include "host/desktop/CaptureTimeReader.h"
+#include "host/desktop/PictureReader.h"
+#include "tests/host/desktop/PhotographFolder.h"
+#include "tests/support/Pictures.h"
+#include "tests/support/Waiting.h"
+
+#include <QtCore/QCoreApplication>
+
+#include <gtest/gtest.h>
+
+using namespace host::desktop;
+using test_support::waitUntil;
+
+namespace {
+
+constexpr qsizetype kMebibyte = 1024 * 1024;
+
+class Pictures : public testing::Test {
+protected:
+    PhotographFolder folder_;
+};
+
+class Loader : public Pictures {
+protected:
+    explicit Loader(qsizetype cacheBytes = 16 * kMebibyte)
+        : loader_(2, cacheBytes) {
+        QObject::connect(
+            &loader_, &PictureLoader::loaded, &loader_, [this](const QByteArray& path, bool readable) {
+                (readable ? loaded_ : failed_) << QString::fromUtf8(path).section(QLatin1Char('/'), -1);
+            });
+    }
+
+    std::vector<QByteArray> pictures(int count) {
+        std::vector<QByteArray> paths;
+        for (int i = 0; i < count; ++i)
+            paths.push_back(folder_.picture(QStringLiteral("%1.png").arg(i), {400, 300}));
+        return paths;
+    }
+
+    PictureLoader loader_;
+    QStringList loaded_, failed_;
+};
+
+class SmallCache : public Loader {
+protected:
+    SmallCache()
+        : Loader(kMebibyte) {}
+};
+
+} // namespace
+
+TEST_F(Pictures, ArePutUpright) {
+    vips::VImage picture = test_support::patches({{250, 0, 0}, {0, 250, 0}}, 2, 60);
+    picture.set(VIPS_META_ORIENTATION, 6); // To be turned by a quarter, clockwise.
+    for (const char* format : {".jpg", ".tif"}) {
+        const QImage upright = readPicture(
+            folder_.file(QStringLiteral("a") + QLatin1String(format), test_support::file(picture, format)),
+            1000);
+        ASSERT_EQ(upright.size(), QSize(60, 120)) << format;
+        EXPECT_GT(upright.pixelColor(30, 30).red(), 200) << format;
+        EXPECT_GT(upright.pixelColor(30, 90).green(), 200) << format;
+    }
+}
+
+TEST_F(Pictures, AreShownInTheColoursOfTheirProfile) {
+    // What ProPhoto RGB calls a medium red is far outside of its own numbers in sRGB.
+    const auto picture = test_support::withProfile(test_support::patches({{120, 60, 60}}, 1, 64),
+                                                   test_support::profileResource("ProPhotoRGB.icc"));
+    const QImage shown =
+        readPicture(folder_.file(QStringLiteral("a.tif"), test_support::file(picture, ".tif")), 64);
+    const QImage plain =
+        readPicture(folder_.file(QStringLiteral("b.tif"),
+                                 test_support::file(test_support::patches({{120, 60, 60}}, 1, 64), ".tif")),
+                    64);
+    EXPECT_NEAR(plain.pixelColor(32, 32).red(), 120, 1);
+    EXPECT_GT(shown.pixelColor(32, 32).red(), 150);
+}
+
+TEST_F(Pictures, FitIntoTheSideAndAreNeverEnlarged) {
+    const QByteArray path = folder_.picture(QStringLiteral("a.jpg"), {600, 300});
+    EXPECT_EQ(readPicture(path, 200).size(), QSize(200, 100));
+    EXPECT_EQ(readPicture(path, 5000).size(), QSize(600, 300));
+}
+
+TEST_F(Pictures, ThatAreCutOffOrNoneAreUnreadable) {
+    folder_.picture(QStringLiteral("a.jpg"), {600, 300});
+    QFile whole(folder_.filePath(QStringLiteral("a.jpg")));
+    ASSERT_TRUE(whole.open(QIODevice::ReadOnly));
+    const QByteArray bytes = whole.readAll();
+    EXPECT_TRUE(
+        readPicture(folder_.file(QStringLiteral("b.jpg"), bytes.left(bytes.size() / 2)), 100).isNull());
+    EXPECT_TRUE(readPicture(folder_.file(QStringLiteral("c.jpg"), "no picture"), 100).isNull());
+    EXPECT_TRUE(readPicture(folder_.file(QStringLiteral("d.jpg"), ""), 100).isNull());
+    EXPECT_TRUE(readPicture("/nowhere/e.jpg", 100).isNull());
+}
+
+TEST_F(Pictures, TellWhenTheyWereTaken) {
+    vips::VImage picture = test_support::gradient(64, 64);
+    picture.set("exif-ifd2-DateTimeOriginal", "2024:06:01 15:04:05");
+    const QDateTime expected(QDate(2024, 6, 1), QTime(15, 4, 5));
+    EXPECT_EQ(readCaptureTime(folder_.file(QStringLiteral("a.jpg"), test_support::file(picture, ".jpg"))),
+              expected);
+    EXPECT_FALSE(readCaptureTime(folder_.picture(QStringLiteral("b.jpg"))).isValid());
+    EXPECT_FALSE(readCaptureTime(folder_.file(QStringLiteral("c.jpg"), "no picture")).isValid());
+}
+
+TEST_F(Pictures, TellWhenTheyWereTakenWithoutBeingReadWhole) {
+    vips::VImage picture = test_support::noise(800, 800);
+    picture.set("exif-ifd2-DateTimeOriginal", "2024:06:01 15:04:05");
+    const QByteArray bytes = test_support::file(picture, ".jpg[Q=100]");
+    ASSERT_GT(bytes.size(), 512 * 1024);
+    const QByteArray path = folder_.file(QStringLiteral("a.jpg"), bytes.left(300 * 1024));
+    EXPECT_TRUE(readCaptureTime(path).isValid());
+}
+
+TEST_F(Pictures, CaptureTimesComeAllAtOnce) {
+    vips::VImage picture = test_support::gradient(64, 64);
+    picture.set("exif-ifd2-DateTimeOriginal", "2024:06:01 15:04:05");
+    const QByteArray a = folder_.file(QStringLiteral("a.jpg"), test_support::file(picture, ".jpg"));
+    const QByteArray b = folder_.picture(QStringLiteral("b.jpg"));
+    CaptureTimeReader reader;
+    CaptureTimeReader::Times times;
+    QObject::connect(&reader, &CaptureTimeReader::done, &reader,
+                     [&times](const auto& read) { times = read; });
+    reader.read({a, b});
+    ASSERT_TRUE(waitUntil([&times] { return times.size() == 2; }));
+    EXPECT_TRUE(times[0].second.isValid());
+    EXPECT_FALSE(times[1].second.isValid());
+}
+
+TEST_F(Loader, LoadsWhatIsWantedAndKeepsIt) {
+    const auto paths = pictures(3);
+    loader_.want(paths, 128);
+    ASSERT_TRUE(waitUntil([this] { return loaded_.size() == 3; }));
+    EXPECT_EQ(loader_.picture(paths[0]).size(), QSize(128, 96));
+    // What is at hand does not come a second time.
+    loader_.want({paths[0], folder_.picture(QStringLiteral("last.png"))}, 128);
+    ASSERT_TRUE(waitUntil([this] { return loaded_.contains(QStringLiteral("last.png")); }));
+    EXPECT_EQ(loaded_.count(QStringLiteral("0.png")), 1);
+}
+
+TEST_F(Loader, LoadsALargerOneAnew) {
+    const auto paths = pictures(1);
+    loader_.want(paths, 128);
+    ASSERT_TRUE(waitUntil([this] { return loaded_.size() == 1; }));
+    loader_.want(paths, 256);
+    ASSERT_TRUE(waitUntil([this] { return loaded_.size() == 2; }));
+    EXPECT_EQ(loader_.picture(paths[0]).width(), 256);
+}
+
+TEST_F(Loader, TellsWhatCannotBeReadOnce) {
+    const QByteArray bad = folder_.file(QStringLiteral("bad.jpg"), "no picture");
+    loader_.want({bad}, 128);
+    ASSERT_TRUE(waitUntil([this] { return !failed_.isEmpty(); }));
+    EXPECT_TRUE(loader_.isUnreadable(bad));
+    const QByteArray good = folder_.picture(QStringLiteral("good.png"));
+    loader_.want({bad, good}, 128);
+    ASSERT_TRUE(waitUntil([this] { return !loaded_.isEmpty(); }));
+    EXPECT_EQ(failed_.size(), 1);
+}
+
+TEST_F(Loader, DropsWhatIsNoLongerWanted) {
+    const auto paths = pictures(60);
+    loader_.want(paths, 128);
+    loader_.want({paths.back()}, 128);
+    ASSERT_TRUE(waitUntil([this] { return loaded_.contains(QStringLiteral("59.png")); }));
+    // Only what had begun before may have come too.
+    EXPECT_LE(loaded_.size(), 5);
+}
+
+TEST_F(SmallCache, StaysWithinItsBoundAndPushesNothingOutThatIsWanted) {
+    const auto paths = pictures(40);
+    for (int round = 0; round < 4; ++round) {
+        const std::vector<QByteArray> screenful(paths.begin() + round * 10, paths.begin() + (round + 1) * 10);
+        loader_.want(screenful, 128);
+        ASSERT_TRUE(waitUntil([this, &screenful] { return !loader_.picture(screenful.back()).isNull(); }));
+        for (const QByteArray& path : screenful)
+            EXPECT_TRUE(waitUntil([this, &path] { return !loader_.picture(path).isNull(); }));
+        EXPECT_LE(loader_.cachedBytes(), kMebibyte);
+    }
+    EXPECT_TRUE(loader_.picture(paths.front()).isNull());
+}
+
+TEST_F(SmallCache, LeavesOutWhatWouldNotFit) {
+    const auto paths = pictures(40);
+    loader_.want(paths, 256); // Four of them have room.
+    ASSERT_TRUE(waitUntil([this] { return loaded_.size() == 4; }));
+    loader_.want({folder_.picture(QStringLiteral("last.png"))}, 256);
+    ASSERT_TRUE(waitUntil([this] { return loaded_.contains(QStringLiteral("last.png")); }));
+    EXPECT_EQ(loaded_.size(), 5);
+}
+
+TEST_F(Pictures, ALoaderMayGoInTheMiddle) {
+    std::vector<QByteArray> paths;
+    for (int i = 0; i < 20; ++i)
+        paths.push_back(folder_.picture(QStringLiteral("%1.jpg").arg(i), {800, 600}));
+    int told = 0;
+    {
+        PictureLoader loader(2, kMebibyte);
+        QObject::connect(&loader, &PictureLoader::loaded, &loader, [&told] { ++told; });
+        loader.want(paths, 64);
+        ASSERT_TRUE(waitUntil([&told] { return told > 0; }));
+        told = 0;
+    }
+    QCoreApplication::processEvents();
+    EXPECT_EQ(told, 0);
+}
