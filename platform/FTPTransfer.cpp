@@ -87,6 +87,7 @@ void FTPTransfer::beginAgain() {
     curl_easy_setopt(handle(), CURLOPT_FRESH_CONNECT, 1L);
     control_ = -1;
     reply_ = 0;
+    awaitedReplies_ = 0;
     isEnding_ = false;
     silence_ = {};
 }
@@ -174,8 +175,10 @@ curl_socket_t FTPTransfer::openSocket(void* self, curlsocktype, curl_sockaddr* a
     transfer->silence_ = {};
     // Once it is logged in, all that it opens is for data.
     const auto purpose = transfer->control_ < 0 ? FTPSockets::Purpose::Control : FTPSockets::Purpose::Data;
-    transfer->hasOpenedConnection_ =
-        transfer->hasOpenedConnection_ || purpose == FTPSockets::Purpose::Control;
+    if (purpose == FTPSockets::Purpose::Control) {
+        transfer->hasOpenedConnection_ = true;
+        transfer->awaitedReplies_ = 1; // The greeting.
+    }
     return transfer->isStopped() ? CURL_SOCKET_BAD : transfer->sockets_->open(transfer, purpose, *address);
 }
 
@@ -199,8 +202,10 @@ std::size_t FTPTransfer::readReply(char* line, std::size_t size, std::size_t cou
     curl_easy_setopt(transfer->handle(), CURLOPT_CONNECTTIMEOUT, kNoConnectTimeout);
     const auto code = replyCode(text);
     const bool isLastLine = text.size() > kReplyCodeLength && text[kReplyCodeLength] == ' ';
-    if (code && isLastLine && !transfer->isEnding_)
+    if (code && isLastLine && !transfer->isEnding_) {
         transfer->reply_ = *code;
+        transfer->awaitedReplies_ -= isPreliminary(*code) ? 0 : 1;
+    }
     return text.size();
 }
 
@@ -214,6 +219,7 @@ int FTPTransfer::noteCommand(CURL*, curl_infotype kind, char* text, std::size_t 
         transfer->sockets_->shutDown(transfer);
     } else {
         transfer->reply_ = 0;
+        ++transfer->awaitedReplies_;
     }
     return 0;
 }

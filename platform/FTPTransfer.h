@@ -66,8 +66,9 @@ public:
     /// Prepares the same handle for that.
     void beginAgain();
     /// False where the connection should serve nobody any more: a server that refused a file midway may still
-    /// hold on to its data connection, and answer nothing until that ends.
-    bool leavesGoodConnection() const { return !isCutShort_; }
+    /// hold on to its data connection, and answer nothing until that ends; and what is still to be answered
+    /// would be taken for the answer to the next command.
+    bool leavesGoodConnection() const { return !isCutShort_ && awaitedReplies_ == 0; }
     /// Goes on after `takeBytes` had nothing.
     void resume();
 
@@ -126,6 +127,7 @@ private:
 
     int control_ = -1;                 ///< The control socket, once it is logged in.
     int reply_ = 0;                    ///< The last final reply to the last command; 0 before it came.
+    int awaitedReplies_ = 0;           ///< Final ones that the server still owes.
     int refusal_ = 0;                  ///< A refusal read ahead of libcurl; 0 for none.
     bool hasOpenedConnection_ = false; ///< It uses no kept one.
     bool hasHeard_ = false;            ///< The server has answered.

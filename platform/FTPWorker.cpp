@@ -13,6 +13,9 @@ namespace {
 /// How long a control connection is kept for a next stream: long enough between two files, short enough not
 /// to hold a server's slot after an export.
 constexpr std::chrono::seconds kConnectionLifetime{5};
+/// More than are ever kept at once: libcurl would say goodbye over the oldest in the name of the transfer
+/// that adds one, which then looks as if it ended its own.
+constexpr long kMostConnections = 1000;
 /// How often the transfers' silence is measured.
 constexpr std::chrono::milliseconds kLongestWait{250};
 constexpr std::chrono::hours kNothingToDo{1};
@@ -37,11 +40,17 @@ FTPWorker& FTPWorker::shared() {
     return *worker;
 }
 
+FTPWorker::Multi FTPWorker::makeMulti() {
+    Multi multi(curl_multi_init());
+    curl_multi_setopt(multi.get(), CURLMOPT_MAXCONNECTS, kMostConnections);
+    return multi;
+}
+
 FTPWorker::FTPWorker() {
     curl_global_init(CURL_GLOBAL_DEFAULT);
     share_.reset(curl_share_init());
     curl_share_setopt(share_.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
-    multi_.reset(curl_multi_init());
+    multi_ = makeMulti();
     thread_ = std::thread([this] { run(); });
 }
 
@@ -224,7 +233,7 @@ void FTPWorker::closeIdleConnections(std::chrono::nanoseconds waited) {
         return;
     // With the sockets shut down, libcurl can't wait for answers to its goodbyes.
     sockets_.shutDownIdle();
-    std::unique_ptr<CURLM, MultiDeleter> successor(curl_multi_init());
+    Multi successor = makeMulti();
     {
         const std::lock_guard lock(mutex_);
         multi_.swap(successor);

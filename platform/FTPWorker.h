@@ -35,9 +35,12 @@ private:
     struct MultiDeleter {
         void operator()(CURLM* handle) const { curl_multi_cleanup(handle); }
     };
+    using Multi = std::unique_ptr<CURLM, MultiDeleter>;
     struct ShareDeleter {
         void operator()(CURLSH* handle) const { curl_share_cleanup(handle); }
     };
+
+    static Multi makeMulti();
 
     FTPWorker();
     ~FTPWorker() = default;
@@ -66,7 +69,7 @@ private:
     // The thread's own; but the multi handle may be woken by others, and is only replaced with the mutex
     // held.
     std::unique_ptr<CURLSH, ShareDeleter> share_;
-    std::unique_ptr<CURLM, MultiDeleter> multi_;
+    Multi multi_;
     Transfers running_;
     std::chrono::nanoseconds idle_{0};
     bool keepsConnections_ = false;

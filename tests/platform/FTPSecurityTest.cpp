@@ -148,6 +148,16 @@ TEST_F(FTPSecurityTest, RefusalsKeepTheirCodes) {
     EXPECT_EQ(uploadError(sampleBytes(3'000'000)), ftpError(552));
 }
 
+TEST_F(FTPSecurityTest, RefusalThatDropsTheDataConnectionLeavesNoAnswerForTheNextFile) {
+    ASSERT_TRUE(makeFolder(QStringLiteral("77/")));
+    // libcurl takes the dropped connection for a fault of the passive mode and asks for another one.
+    server->on("STOR",
+               FTPFault{.delay = std::chrono::milliseconds{50}, .answer = "553 No", .dropsData = true}, 1);
+    EXPECT_EQ(uploadError(), ftpError(553));
+    EXPECT_TRUE(upload(QStringLiteral("77/b.jpg"), kMarkedContents));
+    EXPECT_EQ(server->files().at("77/b.jpg"), kMarkedContents);
+}
+
 TEST_F(FTPSecurityTest, RefusalDuringTheDataEndsTheUpload) {
     using Then = FTPDataFault::Then;
     for (const Then then : {Then::AnswerThenCutData, Then::CutData, Then::AnswerThenStall}) {

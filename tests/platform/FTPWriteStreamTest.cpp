@@ -66,6 +66,17 @@ TEST_F(FTPWriteStreamTest, RefusedFileKeepsTheConnection) {
     EXPECT_EQ(server->connectionCount(), 1);
 }
 
+TEST_F(FTPWriteStreamTest, ConnectionIsKeptBesideThoseToManyOtherServers) {
+    std::vector<std::unique_ptr<ScriptedFTPServer>> others;
+    for (int other = 0; other < 6; ++other) {
+        ASSERT_TRUE(makeFolder(QStringLiteral("77/")));
+        ASSERT_TRUE(makeFolder(QStringLiteral("78/")));
+        EXPECT_EQ(server->connectionCount(), 1) << other;
+        others.push_back(std::move(server));
+        useServer({});
+    }
+}
+
 TEST_F(FTPWriteStreamTest, NamesGoToTheWireAsUTF8WithoutAnyEscape) {
     const QByteArray name = kAwkwardName.toUtf8();
     const QByteArray contents = sampleBytes(5000);

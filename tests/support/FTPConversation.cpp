@@ -120,6 +120,8 @@ void FTPConversation::play(const QByteArray& step, const std::function<QByteArra
         return;
     if (fault.silent)
         return listenSilently();
+    if (fault.dropsData)
+        passive_ = {};
     QByteArray answer;
     if (!fault.answer) {
         if (fault.cut == Cut::None)

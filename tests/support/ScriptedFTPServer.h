@@ -21,13 +21,15 @@ namespace test_support {
 inline constexpr char kFTPGreeting[] = "(greeting)";
 inline constexpr char kFTPClosingReply[] = "(closing reply)"; ///< What follows a file's last byte: 226.
 
-/// What goes wrong at one step of the conversation, in this order: the delay, the silence, the answer, the
-/// cut.
+/// What goes wrong at one step of the conversation, in this order: the delay, the silence, the drop of the
+/// data connection, the answer, the cut.
 struct FTPFault {
     std::chrono::milliseconds delay{0};
     bool silent = false; ///< Never answers, and keeps the connection open.
     /// Said instead of the usual answer; the command does its work only where this is a positive reply.
     std::optional<QByteArray> answer = {};
+    /// Resets the data connection that the passive mode has prepared.
+    bool dropsData = false;
     bool inPieces = false; ///< Says whatever it says byte by byte, in segments of their own.
     Cut cut = Cut::None;   ///< Of the control connection: after `answer`, or instead of any.
 };
