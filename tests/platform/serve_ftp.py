@@ -1,11 +1,12 @@
 #!/usr/bin/python3
 """Serves FOLDER/root by FTP with a real server, until standard input ends.
 
-    serve_ftp.py pyftpdlib|vsftpd FOLDER [CERTIFICATE KEY]
+    serve_ftp.py pyftpdlib|vsftpd|proftpd|pure-ftpd FOLDER [CERTIFICATE KEY]
 
-Prints the port. With a certificate, TLS is required on control and data connections, and vsftpd demands that data
-connections reuse the session. The account is "ann", password "secret", with pyftpdlib, and "anonymous" with vsftpd.
-FOLDER/log gets a line for each command.
+Prints the port. With a certificate, TLS is required on control and data connections, and vsftpd and ProFTPD demand
+that data connections reuse the session. The account is "ann", password "secret", and "anonymous" with vsftpd.
+FOLDER/connections gets a line for each control connection, and FOLDER/log one for each command, but with Pure-FTPd,
+which tells commands to the system's log alone.
 """
 
 import logging
@@ -14,6 +15,14 @@ import subprocess
 import sys
 import threading
 from pathlib import Path
+
+# Where scripts/setup unpacks the servers that can't be installed beside each other.
+UNPACKED = "/usr/local/lib/quillmark-test-servers/usr"
+
+# Both would change to the account's user, which only root may do. Under fakeroot they believe they do, whoever runs
+# the tests, and the account's number is nobody's.
+FAKE_USER = 1000
+PASSWORD_HASH = "$6$quillmark$KE9Wb.FDXDNhOToNcyekaUGNBPX.TMrf7B8EW0rUXe4OYis4ZS.4cqiGjJXkqKnOq4Z6hDLdWfl3k8lmYPfoT1"
 
 VSFTPD = "/usr/sbin/vsftpd"
 
@@ -46,6 +55,34 @@ rsa_private_key_file={key}
 ssl_ciphers=HIGH
 """
 
+PROFTPD_CONFIGURATION = """
+ServerType inetd
+ServerName test
+DefaultServer on
+ModulePath {modules}
+LoadModule mod_tls.c
+AuthOrder mod_auth_file.c
+AuthUserFile {folder}/accounts
+AuthPAM off
+RequireValidShell off
+UseFtpUsers off
+UseReverseDNS off
+DelayEngine off
+WtmpLog off
+TransferLog none
+ScoreboardFile none
+SystemLog none
+LogFormat command "%m"
+ExtendedLog {folder}/log ALL command
+"""
+
+PROFTPD_TLS = """
+TLSEngine on
+TLSRequired on
+TLSRSACertificateFile {certificate}
+TLSRSACertificateKeyFile {key}
+"""
+
 
 def listen() -> socket.socket:
     listener = socket.socket()
@@ -66,6 +103,9 @@ def serve_pyftpdlib(folder: Path, certificate: str, key: str) -> None:
             return self._ssl_accepting or self.receive
 
     class Session(TLS_FTPHandler if certificate else FTPHandler):
+        def on_connect(self) -> None:
+            note_connection(folder)
+
         def pre_process_command(self, line: str, cmd: str, arg: str) -> None:
             with Path(folder, "log").open("a", encoding="utf-8") as commands:
                 commands.write(line + "\n")
@@ -83,24 +123,69 @@ def serve_pyftpdlib(folder: Path, certificate: str, key: str) -> None:
     FTPServer(listen(), Session).serve_forever()
 
 
-def serve_vsftpd(folder: Path, certificate: str, key: str) -> None:
+def note_connection(folder: Path) -> None:
+    with Path(folder, "connections").open("a", encoding="utf-8") as connections:
+        connections.write("connected\n")
+
+
+def serve_each(folder: Path, command: list[str]) -> None:
     """A process for each connection, as inetd does it: so the port is the system's choice."""
+    listener = listen()
+    while True:
+        connection, _ = listener.accept()
+        note_connection(folder)
+        with connection:
+            subprocess.Popen(command, stdin=connection, stdout=connection)
+
+
+def serve_vsftpd(folder: Path, certificate: str, key: str) -> None:
     configuration = VSFTPD_CONFIGURATION + (VSFTPD_TLS if certificate else "")
     Path(folder, "empty").mkdir()
     Path(folder, "configuration").write_text(
         configuration.format(folder=folder, certificate=certificate, key=key), encoding="utf-8"
     )
-    listener = listen()
-    while True:
-        connection, _ = listener.accept()
-        with connection:
-            subprocess.Popen([VSFTPD, str(folder / "configuration")], stdin=connection, stdout=connection)
+    serve_each(folder, [VSFTPD, str(folder / "configuration")])
+
+
+def serve_proftpd(folder: Path, certificate: str, key: str) -> None:
+    configuration = PROFTPD_CONFIGURATION + (PROFTPD_TLS if certificate else "")
+    Path(folder, "configuration").write_text(
+        configuration.format(folder=folder, certificate=certificate, key=key, modules=f"{UNPACKED}/lib/proftpd"),
+        encoding="utf-8",
+    )
+    accounts = folder / "accounts"
+    accounts.write_text(
+        f"ann:{PASSWORD_HASH}:{FAKE_USER}:{FAKE_USER}::{folder}/root:/bin/sh\n", encoding="utf-8"
+    )
+    accounts.chmod(0o600)
+    serve_each(folder, ["fakeroot", f"{UNPACKED}/sbin/proftpd", "-c", str(folder / "configuration")])
+
+
+def serve_pure_ftpd(folder: Path, certificate: str, key: str) -> None:
+    accounts = folder / "accounts"
+    accounts.write_text(
+        f"ann:{PASSWORD_HASH}:{FAKE_USER}:{FAKE_USER}::{folder}/root::::::::::::\n", encoding="utf-8"
+    )
+    database = folder / "accounts.pdb"
+    subprocess.run([f"{UNPACKED}/bin/pure-pw", "mkdb", str(database), "-f", str(accounts)], check=True)
+    command = ["fakeroot", f"{UNPACKED}/sbin/pure-ftpd", "--noanonymous", "--dontresolve", "--minuid", "1"]
+    command += ["--login", f"puredb:{database}"]
+    if certificate:
+        both = folder / "certificate.pem"
+        both.write_bytes(Path(certificate).read_bytes() + Path(key).read_bytes())
+        command += ["--tls", "3", "--certfile", str(both)]
+    serve_each(folder, command)
 
 
 def main() -> None:
     kind, folder, certificate, key = (sys.argv[1:] + ["", ""])[:4]
     Path(folder, "root").mkdir()
-    serve = {"pyftpdlib": serve_pyftpdlib, "vsftpd": serve_vsftpd}[kind]
+    serve = {
+        "pyftpdlib": serve_pyftpdlib,
+        "vsftpd": serve_vsftpd,
+        "proftpd": serve_proftpd,
+        "pure-ftpd": serve_pure_ftpd,
+    }[kind]
     threading.Thread(target=serve, args=(Path(folder), certificate, key), daemon=True).start()
     sys.stdin.read()
 
