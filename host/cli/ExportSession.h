@@ -3,13 +3,13 @@
 #include "host/cli/Options.h"
 #include "host/cli/Outcome.h"
 #include "host/cli/PasswordSource.h"
-#include "host/cli/ProgressWatch.h"
 #include "host/cli/Reporter.h"
 #include "host/cli/Watchdogs.h"
 #include "host/core/APIManager.h"
 #include "host/core/ExportManager.h"
 #include "host/core/ExportThread.h"
 #include "host/core/PanelDriver.h"
+#include "host/core/ProgressWatch.h"
 
 #include <QtCore/QObject>
 #include <QtCore/QTimer>

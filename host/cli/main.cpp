@@ -1,6 +1,6 @@
+#include "host/cli/CommandModule.h"
 #include "host/cli/ImageFiles.h"
 #include "host/cli/InterruptingSignals.h"
-#include "host/cli/Locations.h"
 #include "host/cli/Options.h"
 #include "host/cli/Outcome.h"
 #include "host/cli/Output.h"

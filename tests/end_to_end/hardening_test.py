@@ -7,7 +7,7 @@ from pathlib import Path
 
 BUILD = Path(os.environ["QUILLMARK_BUILD_DIR"])
 # What users run and load. Each comes from our own code, so each must be built with all of it.
-PROGRAMS = [BUILD / "host/cli/quillmark-export"]
+PROGRAMS = [BUILD / "host/cli/quillmark-export", BUILD / "host/desktop/quillmark"]
 MODULES = [BUILD / "host/cli/quillmark-export.so", BUILD / "Quillmark.bundle/Quillmark.so"]
 
 

@@ -4,16 +4,15 @@
 
 #include <optional>
 
-namespace host::cli {
+namespace host {
 
 /// The folder of the running program, without a "/" at its end.
 QString programFolder();
 
-/// The module that does the command's work: beside the program where it was built, else where it is
-/// installed.
-QString commandModule();
+/// Where an installation keeps its modules and the plug-in's bundle.
+QString installedModulesFolder();
 
 /// The plug-in's bundle: the installed, else the built one; none where there is neither.
 std::optional<QString> installedOrBuiltBundle();
 
-} // namespace host::cli
+} // namespace host

@@ -6,7 +6,7 @@
 #include <memory>
 #include <mutex>
 
-namespace host::cli {
+namespace host {
 
 /// Looks at a plug-in's progress record and tells of every change that it sees. Any thread.
 class ProgressWatch {
@@ -24,4 +24,4 @@ private:
     hostapi::ExportProgress last_;
 };
 
-} // namespace host::cli
+} // namespace host

@@ -1,8 +1,8 @@
-#include "host/cli/ProgressWatch.h"
+#include "host/core/ProgressWatch.h"
 
 #include "platform/RunLoop.h"
 
-namespace host::cli {
+namespace host {
 
 using hostapi::ExportProgress;
 
@@ -40,4 +40,4 @@ void ProgressWatch::look() {
     platform::RunLoop::main()->post([changed = changed_, record = std::move(record)] { changed(record); });
 }
 
-} // namespace host::cli
+} // namespace host
