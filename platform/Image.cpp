@@ -109,28 +109,49 @@ int encoderQuality(double quality) {
     return std::max(1, static_cast<int>(std::lround(std::min(quality, 1.0) * kQualitySteps)));
 }
 
-QByteArray bytesOf(VipsBlob* blob) {
+struct BlobRelease {
+    void operator()(VipsBlob* blob) const { vips_area_unref(VIPS_AREA(blob)); }
+};
+using Blob = std::unique_ptr<VipsBlob, BlobRelease>;
+
+/// The blob's bytes, as long as it lives: nothing is copied.
+QByteArray bytesOf(const Blob& blob) {
     std::size_t size = 0;
-    const auto* data = static_cast<const char*>(vips_blob_get(blob, &size));
-    QByteArray bytes(data, static_cast<qsizetype>(size));
-    vips_area_unref(VIPS_AREA(blob));
-    return bytes;
+    const auto* data = static_cast<const char*>(vips_blob_get(blob.get(), &size));
+    return QByteArray::fromRawData(data, static_cast<qsizetype>(size));
 }
 
 /// The encoder drops the profile along with all metadata, so the profile is put back.
 std::optional<QByteArray> encoded(const Pixels& pixels, double quality) {
     const bool hasOwnCodes = pixelCount(pixels.image()) <= kMostPixelsWithOwnCodes;
-    const QByteArray jpeg = bytesOf(pixels.image().jpegsave_buffer(VImage::option()
-                                                                       ->set("Q", encoderQuality(quality))
-                                                                       ->set("optimize_coding", hasOwnCodes)
-                                                                       ->set("strip", true)));
-    return pixels.profile() ? withICCProfile(jpeg, *pixels.profile()) : jpeg;
+    const Blob jpeg(pixels.image().jpegsave_buffer(VImage::option()
+                                                       ->set("Q", encoderQuality(quality))
+                                                       ->set("optimize_coding", hasOwnCodes)
+                                                       ->set("strip", true)));
+    if (pixels.profile())
+        return withICCProfile(bytesOf(jpeg), *pixels.profile());
+    return QByteArray(bytesOf(jpeg).constData(), bytesOf(jpeg).size());
 }
 
 /// Gives back what malloc keeps free between what it still uses: it would add up from image to image.
 struct HeapTrim {
     ~HeapTrim() { ::malloc_trim(0); }
 };
+
+/// libvips takes this setting as an option of a command only.
+void setTileHeight() {
+    char program[] = "";
+    char option[] = "--vips-tile-height=64";
+    std::array<char*, 3> words{program, option, nullptr};
+    auto count = static_cast<int>(words.size()) - 1;
+    char** first = words.data();
+    GOptionGroup* const group = g_option_group_new("vips", "", "", nullptr, nullptr);
+    vips_add_option_entries(group);
+    GOptionContext* const context = g_option_context_new(nullptr);
+    g_option_context_set_main_group(context, group);
+    g_option_context_parse(context, &count, &first, nullptr);
+    g_option_context_free(context);
+}
 
 /// The result of `make`, or no value where libvips throws, or memory runs out.
 template <typename Make>
@@ -168,6 +189,9 @@ void startImageLibrary() {
         ::mallopt(M_TRIM_THRESHOLD, kMallocsTrimThreshold);
         vips_block_untrusted_set(TRUE);
         vips_cache_set_max(0); // No image comes twice.
+        // Half of libvips' own height for what is computed at once: the lines that it is made of are held
+        // meanwhile, and lower tiles take no longer.
+        setTileHeight();
     });
 }
 

@@ -164,6 +164,10 @@ Pixels Pixels::scaledTo(int width, int height) const {
 
 Pixels Pixels::convertedTo(const ColorSpace& colorSpace) const {
     const VImage image = profile_ || modelOf(image_) != ColorModel::Grey ? image_ : greyAsRGB(image_);
+    // Nothing to convert, and nothing to round.
+    if (modelOf(image) == ColorModel::RGB &&
+        colorSpace.iccProfile() == profile_.value_or(ColorSpace::sRGB()->iccProfile()))
+        return {Pixels(image, profile_).withEightBits().image_, colorSpace.iccProfile()};
     const MemoryFile target(colorSpace.iccProfile());
     const VImage converted = image.icc_transform(
         target.path().c_str(),

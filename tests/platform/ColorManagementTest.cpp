@@ -23,6 +23,7 @@ using test_support::decoded;
 using test_support::embeddedProfile;
 using test_support::file;
 using test_support::gradient;
+using test_support::noise;
 using test_support::patchColor;
 using test_support::patches;
 using test_support::profileResource;
@@ -272,6 +273,19 @@ TEST(ColorManagement, AScaledPictureWithoutAProfileIsTakenForSRGB) {
         scaledPatches(data, *ColorSpace::adobeRGB1998(), int(colors.size())), colors, kSRGB, kAdobeRGB);
     EXPECT_LT(difference.avg(), 1);
     EXPECT_LT(difference.max(), 5);
+}
+
+TEST(ColorManagement, APictureThatIsInTheColourSpaceKeepsItsNumbers) {
+    const VImage picture = noise(200, 100);
+    const auto differences = [&](const QByteArray& data, const ColorSpace& colorSpace) {
+        const auto image = Image::open(data);
+        const VImage same = decoded(*image->asJPEG(1.0));
+        return (decoded(*image->scaledJPEG(200, 100, colorSpace, 1.0)) - same).abs().max();
+    };
+    EXPECT_EQ(differences(file(picture, ".png"), *ColorSpace::sRGB()), 0);
+    const auto proPhoto = ColorSpace::fromICCProfile(profileResource("ProPhotoRGB.icc"));
+    EXPECT_EQ(differences(file(withProfile(picture, proPhoto->iccProfile()), ".png"), *proPhoto), 0);
+    EXPECT_GT(differences(file(picture, ".png"), *proPhoto), 0);
 }
 
 TEST(ColorManagement, ALongProfileSurvivesWhole) {
