@@ -10,7 +10,8 @@ namespace {
 /// Puts everything that a program keeps for its user below `home`, so that no test meets another's or the
 /// developer's own.
 void moveIn(const QString& home) {
-    for (const char* name : {"HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_CACHE_HOME", "TMPDIR"}) {
+    for (const char* name :
+         {"HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_STATE_HOME", "XDG_CACHE_HOME", "TMPDIR"}) {
         const QString folder = home + QLatin1Char('/') + QString::fromLatin1(name);
         QDir().mkpath(folder);
         qputenv(name, QFile::encodeName(folder));
