@@ -1,7 +1,9 @@
 #include "host/cli/ExportSession.h"
 
 #include "host/cli/ImageFiles.h"
+#include "host/cli/Resumption.h"
 #include "host/core/AccountDefaults.h"
+#include "host/core/JournalFolder.h"
 #include "host/core/MemoryStores.h"
 #include "host/core/ObserverRelay.h"
 #include "host/core/PlugInLoader.h"
@@ -28,25 +30,38 @@ constexpr auto kPatienceWithImages = 10s;
 const QString kUnconfirmed =
     QStringLiteral("The images were uploaded, but the service did not confirm that it processed them.");
 
-std::vector<ExportedImage> exportedImages(const std::vector<QByteArray>& paths) {
+const QString kAnotherDestination =
+    QStringLiteral("what is left belongs to another account, event or category than can be chosen now");
+const QString kCancelled = QStringLiteral("The export was cancelled.");
+
+QString inOneLine(const hostapi::Alert& alert) {
+    return alert.informativeText && !alert.informativeText->isEmpty()
+               ? alert.message + QStringLiteral(": ") + *alert.informativeText
+               : alert.message;
+}
+
+std::vector<SessionImage> namedImages(const Options& options) {
     std::vector<QString> names;
-    names.reserve(paths.size());
-    for (const QByteArray& path : paths)
+    names.reserve(options.images.size());
+    for (const QByteArray& path : options.images)
         names.push_back(fileName(path));
     names = uniqueNames(names);
-    std::vector<ExportedImage> images;
-    images.reserve(paths.size());
-    for (std::size_t i = 0; i < paths.size(); ++i)
-        images.push_back({paths[i], names[i]});
+    std::vector<SessionImage> images;
+    images.reserve(names.size());
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        const QByteArray& path = options.images[i];
+        images.push_back({{path, names[i]}, options.project ? options.project : folderName(path)});
+    }
     return images;
 }
 
-std::vector<std::optional<QString>> projectsOf(const Options& options) {
-    std::vector<std::optional<QString>> projects;
-    projects.reserve(options.images.size());
-    for (const QByteArray& path : options.images)
-        projects.push_back(options.project ? options.project : folderName(path));
-    return projects;
+std::vector<SessionImage> remainingImages(const ExportRecord& record) {
+    std::vector<SessionImage> images;
+    for (const std::size_t index : record.remaining()) {
+        const RecordedImage& image = record.images[index];
+        images.push_back({{image.source, image.name}, image.project});
+    }
+    return images;
 }
 
 WishedChoices wishesOf(const Options& options) {
@@ -82,7 +97,7 @@ ExportSession::ExportSession(const Options& options, SessionSetting setting, Rep
     , setting_(std::move(setting))
     , reporter_(reporter)
     , watchdogs_(setting_.quietLimit)
-    , images_(exportedImages(options.images)) {
+    , images_(setting_.resumed ? remainingImages(setting_.resumed->record()) : namedImages(options)) {
     connect(&watchdogs_, &Watchdogs::nothingHappens, this, &ExportSession::giveUp);
     connect(&watchdogs_, &Watchdogs::criticalAlertWithoutCancel, this,
             [this] { cancel(Outcome::Failed, watchdogs_.quietLimit()); });
@@ -120,8 +135,14 @@ bool ExportSession::makePlugIn() {
         services.defaultsStore =
             std::make_shared<AccountDefaults>(options_.user, options_.passwordFile.has_value());
     }
-    apiManager_ = std::make_unique<APIManager>(std::make_shared<ExportManager>(projectsOf(options_), self_),
+    std::vector<std::optional<QString>> projects;
+    for (const SessionImage& image : images_)
+        projects.push_back(image.project);
+    apiManager_ = std::make_unique<APIManager>(std::make_shared<ExportManager>(std::move(projects), self_),
                                                std::move(services));
+    // Making the plug-in empties the folder that tells what an earlier process has come to.
+    if (setting_.journalFolder)
+        reconcileJournals(*setting_.journalFolder);
     QString error;
     plugIn_ = loadPlugIn(setting_.bundlePath, *apiManager_, error);
     if (!plugIn_) {
@@ -200,8 +221,13 @@ void ExportSession::listsLoaded() {
         conclude(Outcome::Finished);
         return;
     }
-    if (const auto refusal = panel_->choose(wishesOf(options_))) {
+    if (const auto refusal = panel_->choose(
+            setting_.resumed ? WishedChoices(setting_.resumed->record().choices) : wishesOf(options_))) {
         conclude(Outcome::Refused, *refusal);
+        return;
+    }
+    if (setting_.resumed && !sameDestination(panel_->choices(), setting_.resumed->record().choices)) {
+        conclude(Outcome::Refused, kAnotherDestination);
         return;
     }
     enter(Phase::Beginning);
@@ -265,8 +291,32 @@ void ExportSession::exportShouldBegin() {
     enter(Phase::Images);
     const QString folder = plugIn_->destinationPath();
     plugIn_->exportManagerWillBeginExportToPath(folder);
-    exportThread_ = std::make_unique<ExportThread>(plugIn_, images_, folder, self_,
+    beginJournal(folder);
+    std::vector<ExportedImage> offered;
+    offered.reserve(images_.size());
+    for (const SessionImage& image : images_)
+        offered.push_back(image.offered);
+    exportThread_ = std::make_unique<ExportThread>(plugIn_, std::move(offered), folder, self_,
                                                    [watch = progressWatch_] { watch->look(); });
+}
+
+void ExportSession::beginJournal(const QString& exportFolder) {
+    QString error;
+    if (setting_.resumed) {
+        journal_ = setting_.resumed;
+    } else if (setting_.journalFolder) {
+        std::vector<RecordedImage> images;
+        for (const SessionImage& image : images_)
+            images.push_back({absolutePath(image.offered.path), image.offered.name, image.project});
+        journal_ =
+            ExportJournal::create(*setting_.journalFolder, panel_->choices(), std::move(images), error);
+    }
+    if (journal_)
+        journal_->beginAttempt(panel_->choices(), journal_->record().remaining(), exportFolder);
+    else if (!error.isEmpty())
+        reporter_.complaint(QStringLiteral("no journal can be kept, so that --resume won't know of this "
+                                           "export: ") +
+                            error);
 }
 
 void ExportSession::exportShouldCancel() {
@@ -280,6 +330,8 @@ void ExportSession::exportShouldCancel() {
 }
 
 void ExportSession::exportShouldFinish() {
+    if (journal_)
+        journal_->processingConfirmed();
     if (!listens())
         return;
     reporter_.hostCall("shouldFinishExport");
@@ -294,17 +346,23 @@ void ExportSession::alertShown(const hostapi::Alert& alert, AlertModality modali
     if (!counts)
         return;
     if (alert.style == hostapi::AlertStyle::Critical)
+        trouble_ = inOneLine(alert);
+    if (alert.style == hostapi::AlertStyle::Critical)
         watchdogs_.criticalAlertAnswered();
     else if (alert.style == hostapi::AlertStyle::Warning && phase_ == Phase::Beginning)
         conclude(Outcome::Refused);
 }
 
 void ExportSession::imagePrepared(std::uint32_t index, const QString& path) {
+    if (journal_)
+        journal_->imagePrepared(index, path);
     if (listens())
         tellPrepared(index, path);
 }
 
 void ExportSession::imageWritten(std::uint32_t index, const QString& path) {
+    if (journal_)
+        journal_->imagePrepared(index, path);
     if (listens())
         tellPrepared(index, path);
 }
@@ -322,7 +380,7 @@ void ExportSession::imageNotOffered(std::uint32_t index, const QString& reason) 
 void ExportSession::imagesEnded(bool all) {
     if (!listens() || !all || cancelOutcome_)
         return;
-    if (leftOutCount_ == images_.size()) {
+    if (!somethingCanBeFinished()) {
         // Finishing would have the service process an event to which nothing was sent.
         reporter_.complaint(QStringLiteral("no image could be prepared"));
         cancel(Outcome::Failed, watchdogs_.quietLimit());
@@ -333,7 +391,9 @@ void ExportSession::imagesEnded(bool all) {
     lookAround();
 }
 
-void ExportSession::imageUploaded(const QString&) {
+void ExportSession::imageUploaded(const QString& path) {
+    if (journal_)
+        journal_->imageUploaded(path);
     listens();
 }
 
@@ -370,18 +430,25 @@ void ExportSession::finishingRequestUnanswered() {
         conclude(Outcome::Unconfirmed, kUnconfirmed);
 }
 
+/// Something was prepared now, or was uploaded by an earlier run and not confirmed.
+bool ExportSession::somethingCanBeFinished() const {
+    return leftOutCount_ < images_.size() || (journal_ && journal_->record().lacksConfirmation());
+}
+
 void ExportSession::leaveOut(std::uint32_t index, const QString& reason) {
     if (index >= images_.size())
         return;
     ++leftOutCount_;
-    const ExportedImage& image = images_[index];
+    if (journal_)
+        journal_->imageLeftOut(index, reason);
+    const ExportedImage& image = images_[index].offered;
     reporter_.image(index, fileName(image.path), preparedName(image.name), false);
     reporter_.complaint(QStringLiteral("%1 was left out: %2").arg(QString::fromUtf8(image.path), reason));
 }
 
 void ExportSession::tellPrepared(std::uint32_t index, const QString& path) {
     if (index < images_.size())
-        reporter_.image(index, fileName(images_[index].path), QFileInfo(path).fileName(), true);
+        reporter_.image(index, fileName(images_[index].offered.path), QFileInfo(path).fileName(), true);
 }
 
 // --- Ending ---
@@ -417,6 +484,8 @@ void ExportSession::conclude(Outcome outcome, const QString& complaint) {
     outcome_ = outcome;
     if (!complaint.isEmpty())
         reporter_.complaint(complaint);
+    if (trouble_.isEmpty())
+        trouble_ = outcome == Outcome::Cancelled ? kCancelled : complaint;
     watchdogs_.stop();
     lookTimer_.stop();
     if (exportThread_)
@@ -432,7 +501,18 @@ void ExportSession::endOnceImagesStand() {
     imagesStandTimer_.stop();
     if (plugIn_)
         plugIn_->willBeDeactivated();
+    endJournal();
     Q_EMIT ended(*outcome_);
+}
+
+void ExportSession::endJournal() {
+    if (!journal_)
+        return;
+    journal_->attemptEnded(trouble_);
+    if (const auto failure = journal_->failure())
+        reporter_.complaint(QStringLiteral("the journal could not be written: ") + *failure);
+    else if (const QString left = leftOver(journal_->record()); !left.isEmpty())
+        reporter_.complaint(left);
 }
 
 } // namespace host::cli

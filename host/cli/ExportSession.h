@@ -6,6 +6,7 @@
 #include "host/cli/Reporter.h"
 #include "host/cli/Watchdogs.h"
 #include "host/core/APIManager.h"
+#include "host/core/ExportJournal.h"
 #include "host/core/ExportManager.h"
 #include "host/core/ExportThread.h"
 #include "host/core/PanelDriver.h"
@@ -29,6 +30,16 @@ struct SessionSetting {
     std::chrono::milliseconds quietLimit;
     /// Fetches the password of an account that did not log in by itself.
     std::function<Password(const QString& account)> password;
+    /// Where the journal is kept; none is where there is no folder.
+    std::optional<QString> journalFolder{};
+    /// The earlier export to go on with, if it is to be one. Something of it is left.
+    std::shared_ptr<ExportJournal> resumed{};
+};
+
+/// An image of the export, and the project that it belongs to.
+struct SessionImage {
+    ExportedImage offered;
+    std::optional<QString> project;
 };
 
 /// One run of the command, from the loading of the plug-in to its outcome: logs in, makes the choices, hands
@@ -68,6 +79,8 @@ private:
     void panelChanged();
     void listsLoaded();
     void enter(Phase phase);
+    void beginJournal(const QString& exportFolder);
+    bool somethingCanBeFinished() const;
     void leaveOut(std::uint32_t index, const QString& reason);
     void tellPrepared(std::uint32_t index, const QString& path);
 
@@ -79,6 +92,7 @@ private:
     void cancel(Outcome outcome, std::chrono::milliseconds patience);
     void giveUp();
     void conclude(Outcome outcome, const QString& complaint = {});
+    void endJournal();
     void endOnceImagesStand();
 
     // ExportRequests
@@ -115,7 +129,9 @@ private:
     std::unique_ptr<ExportThread> exportThread_;
     std::weak_ptr<ExportSession> self_;
 
-    std::vector<ExportedImage> images_;
+    std::vector<SessionImage> images_;
+    std::shared_ptr<ExportJournal> journal_;
+    QString trouble_; ///< What went wrong last, in words that say why images are not uploaded.
     std::size_t leftOutCount_ = 0;
     Phase phase_ = Phase::Login;
     QString status_;

@@ -41,6 +41,12 @@ QString fileName(const QByteArray& path) {
     return text(pathOf(path).filename());
 }
 
+QByteArray absolutePath(const QByteArray& path) {
+    std::error_code ignored;
+    const std::filesystem::path absolute = std::filesystem::absolute(pathOf(path), ignored);
+    return QByteArray::fromStdString(absolute.native());
+}
+
 std::optional<QString> folderName(const QByteArray& path) {
     std::error_code ignored;
     const auto folder = std::filesystem::absolute(pathOf(path), ignored).lexically_normal().parent_path();

@@ -13,6 +13,9 @@ std::optional<QString> reasonAgainstReading(const QByteArray& path);
 /// The name of the file at `path`, without its folders.
 QString fileName(const QByteArray& path);
 
+/// The path from the root folder on.
+QByteArray absolutePath(const QByteArray& path);
+
 /// The name of the folder that holds the file at `path`; none for a file in the root folder.
 std::optional<QString> folderName(const QByteArray& path);
 

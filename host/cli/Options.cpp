@@ -10,6 +10,7 @@ namespace host::cli {
 
 const char* const kHelpText = R"(quillmark-export [options] IMAGE...
 quillmark-export --list [options]
+quillmark-export --resume [options]
 
   --user NAME             account at the service; without it the remembered one
   --password-file FILE    the password is FILE's first line; '-' reads standard input. Without it the
@@ -27,6 +28,8 @@ quillmark-export --list [options]
   --resize WxH            the resize box, at least 1280x1280, where the account allows it
   --quality N             0 to 12
   --colorspace NAME       srgb, adobe-rgb or prophoto
+  --resume                export what an earlier run has left, to the event of --event or to the only one for
+                          which something is left, with the same choices; see the manual page
   --list                  print events with their categories, and pricing templates, then end
   --json                  one JSON object a line on standard output instead of text
   --quiet                 no progress line
@@ -109,6 +112,7 @@ const std::vector<OptionDescription>& descriptions() {
         {"--quality", true, [](Options& o, Value v) { o.quality = quality(v); }},
         {"--colorspace", true, [](Options& o, Value v) { o.colorspace = colorSpace(v); }},
         {"--list", false, [](Options& o, Value) { o.list = true; }},
+        {"--resume", false, [](Options& o, Value) { o.resume = true; }},
         {"--json", false, [](Options& o, Value) { o.json = true; }},
         {"--quiet", false, [](Options& o, Value) { o.quiet = true; }},
         {"--plugin", true, [](Options& o, Value v) { o.plugin = v; }},
@@ -164,12 +168,26 @@ private:
     const std::vector<QByteArray>::const_iterator end_;
 };
 
+void checkResumption(const Options& options) {
+    if (options.ephemeral)
+        throw Fault{QStringLiteral("--resume needs a journal, and --ephemeral keeps none")};
+    if (options.list)
+        throw Fault{QStringLiteral("--resume and --list don't go together")};
+    if (!options.images.empty())
+        throw Fault{QStringLiteral("--resume takes no images: it exports those that are left")};
+    if (options.category || options.autoCategories || options.project || options.pricing || options.resize ||
+        options.quality || options.colorspace)
+        throw Fault{QStringLiteral("--resume goes on with the choices of the export that it resumes")};
+}
+
 void check(const Options& options) {
     if (options.ephemeral && !options.user)
         throw Fault{QStringLiteral("--ephemeral needs --user")};
+    if (options.resume)
+        checkResumption(options);
     if (options.list && !options.images.empty())
         throw Fault{QStringLiteral("--list takes no images")};
-    if (!options.list && options.images.empty())
+    if (!options.list && !options.resume && options.images.empty())
         throw Fault{QStringLiteral("no image is named; see --help")};
 }
 

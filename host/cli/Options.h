@@ -29,6 +29,7 @@ struct Options {
     std::optional<int> quality;
     std::optional<ColorSpaceChoice> colorspace;
     bool list = false;
+    bool resume = false;
     bool json = false;
     bool quiet = false;
     std::optional<QByteArray> plugin;

@@ -4,6 +4,7 @@
 #include "host/cli/Listing.h"
 #include "host/cli/Output.h"
 #include "host/cli/PrintableText.h"
+#include "host/cli/Resumption.h"
 
 #include <unistd.h>
 
@@ -75,6 +76,19 @@ void Reporter::alert(const hostapi::Alert& alert, AlertModality modality) {
     if (alert.informativeText && !alert.informativeText->isEmpty())
         text += QStringLiteral(": ") + *alert.informativeText;
     toError(printable(text).toUtf8() + '\n');
+}
+
+void Reporter::resumption(const ExportRecord& record) {
+    if (json_)
+        toOutput(JSONLine("resume")
+                     .add("eventId", record.choices.eventId)
+                     .add("eventName", record.choices.eventName)
+                     .add("total", std::uint64_t{record.images.size()})
+                     .add("remaining", std::uint64_t{record.remaining().size()})
+                     .add("confirmed", !record.lacksConfirmation())
+                     .line());
+    else
+        toOutput(printable(description(record)).toUtf8() + '\n');
 }
 
 void Reporter::hostCall(const char* call) {

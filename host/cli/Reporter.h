@@ -3,6 +3,7 @@
 #include "host/cli/Outcome.h"
 #include "host/cli/ProgressLine.h"
 #include "host/core/AnsweringAlertPresenter.h"
+#include "host/core/ExportRecord.h"
 #include "host/core/Lists.h"
 
 #include <mutex>
@@ -21,6 +22,8 @@ public:
     /// The lists have been loaded; as text they are printed only where they were asked for.
     void lists(const Lists& lists, bool askedFor);
     void alert(const hostapi::Alert& alert, AlertModality modality);
+    /// What a resumed export has left.
+    void resumption(const ExportRecord& record);
     /// The plug-in's call of its export manager.
     void hostCall(const char* call);
     /// `source` and `name` are file names, before and after the plug-in.

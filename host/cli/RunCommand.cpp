@@ -7,6 +7,9 @@
 #include "host/cli/Output.h"
 #include "host/cli/PasswordSource.h"
 #include "host/cli/Reporter.h"
+#include "host/cli/Resumption.h"
+#include "host/core/AccountDefaults.h"
+#include "host/core/JournalFolder.h"
 #include "host/core/Locations.h"
 #include "host/core/PlugInLoader.h"
 #include "hostapi/PlugInModule.h"
@@ -114,9 +117,12 @@ private:
         auto* const application = new QApplication(argumentCount, arguments);
         QApplication::setQuitOnLastWindowClosed(false);
 
+        const auto resumed = options_.resume ? resumption() : nullptr;
+        const auto journals = options_.ephemeral ? std::nullopt : std::optional(userJournalFolder());
         auto* const session = new std::shared_ptr<ExportSession>(ExportSession::make(
             options_,
-            {bundle, quietLimit(bundle), [this](const QString& account) { return password(account); }},
+            {bundle, quietLimit(bundle), [this](const QString& account) { return password(account); },
+             journals, resumed},
             reporter_));
         QObject::connect(session->get(), &ExportSession::ended, application,
                          [this](Outcome outcome) { end(outcome); });
@@ -129,6 +135,26 @@ private:
         (*session)->start();
         QApplication::exec();
         end(Outcome::Failed, QStringLiteral("the plug-in has quit the application"));
+    }
+
+    /// The export to go on with. Ends the command where there is none, or nothing is left of it.
+    std::shared_ptr<ExportJournal> resumption() {
+        const auto account = options_.user ? options_.user : rememberedAccount();
+        if (!account)
+            end(Outcome::Usage, QStringLiteral("no account is remembered; use --user"));
+        bool isDamaged = false;
+        auto found = findResumption(userJournalFolder(), *account, options_.event, [&](const auto& journal) {
+            isDamaged = true;
+            reporter_.complaint(
+                QStringLiteral("the journal %1 can't be used: %2").arg(journal.path, journal.error));
+        });
+        if (const auto* none = std::get_if<NoResumption>(&found))
+            end(none->isWrongUsage && !isDamaged ? Outcome::Usage : Outcome::Failed, none->reason);
+        auto journal = std::get<std::shared_ptr<ExportJournal>>(std::move(found));
+        reporter_.resumption(journal->record());
+        if (journal->record().isSettled())
+            end(Outcome::Finished);
+        return journal;
     }
 
     Password password(const QString& account) {

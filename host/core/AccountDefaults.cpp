@@ -12,6 +12,11 @@ constexpr QLatin1String kPasswordIsSaved{"savedKeyChain"};
 
 } // namespace
 
+std::optional<QString> rememberedAccount() {
+    const QString name = platform::UserDefaults::value(kRememberedName).toString();
+    return name.isEmpty() ? std::nullopt : std::optional(name);
+}
+
 AccountDefaults::AccountDefaults(const std::optional<QString>& account, bool bringsPassword) {
     const bool isAnothers = account && platform::UserDefaults::value(kRememberedName).toString() != *account;
     if (isAnothers)

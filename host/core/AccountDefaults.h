@@ -9,6 +9,9 @@
 
 namespace host {
 
+/// The account whose login is remembered in the desktop's user defaults.
+std::optional<QString> rememberedAccount();
+
 /// The desktop's user defaults, without a remembered login that this run must not use.
 ///
 /// A login of another account than `account` is hidden, so that nothing of one account reaches an export of

@@ -75,16 +75,27 @@ TEST_F(ExportSessionRun, MakesTheCallsInTheirOrder) {
     log.removeFirst();
     const QString project = plugIn_.folderName();
     EXPECT_EQ(log.join(QLatin1Char('\n')).toStdString(),
-              (QStringList{
-                  QStringLiteral("willBeActivated"), QStringLiteral("login ann/secret/0"),
-                  QStringLiteral("event Smith Wedding"), QStringLiteral("category Ceremony/0"),
-                  QStringLiteral("pricing "), QStringLiteral("resize 0//"), QStringLiteral("quality 1200"),
-                  QStringLiteral("colorspace 0"), QStringLiteral("willBeginExportToPath its own"),
-                  QStringLiteral("shouldExport 0"), QStringLiteral("willExport 0"),
-                  QStringLiteral("shouldWrite 0 a.tif 6 ") + project, QStringLiteral("didWrite 0 a.tif"),
-                  QStringLiteral("shouldExport 1"), QStringLiteral("willExport 1"),
-                  QStringLiteral("shouldWrite 1 a-2.png 6 ") + project, QStringLiteral("didWrite 1 a-2.png"),
-                  QStringLiteral("didFinishExport"), QStringLiteral("willBeDeactivated")}
+              (QStringList{QStringLiteral("willBeActivated"),
+                           QStringLiteral("login ann/secret/0"),
+                           QStringLiteral("event Smith Wedding"),
+                           QStringLiteral("category Ceremony/0"),
+                           QStringLiteral("pricing "),
+                           QStringLiteral("resize 0//"),
+                           QStringLiteral("quality 1200"),
+                           QStringLiteral("colorspace 0"),
+                           QStringLiteral("willBeginExportToPath its own"),
+                           QStringLiteral("shouldExport 0"),
+                           QStringLiteral("willExport 0"),
+                           QStringLiteral("shouldWrite 0 a.tif 6 ") + project,
+                           QStringLiteral("didWrite 0 a.tif"),
+                           QStringLiteral("shouldExport 1"),
+                           QStringLiteral("willExport 1"),
+                           QStringLiteral("shouldWrite 1 a-2.png 6 ") + project,
+                           QStringLiteral("didWrite 1 a-2.png"),
+                           QStringLiteral("didFinishExport"),
+                           QStringLiteral("upload a.jpg"),
+                           QStringLiteral("upload a-2.jpg"),
+                           QStringLiteral("willBeDeactivated")}
                    .join(QLatin1Char('\n'))
                    .toStdString()));
 }

@@ -135,6 +135,15 @@ TEST(Options, WantImagesUnlessTheyList) {
     EXPECT_TRUE(options({"--version"}).version);
 }
 
+TEST(Options, ResumeNeedsNoImagesAndTakesNoChoices) {
+    EXPECT_TRUE(options({"--resume"}).resume);
+    EXPECT_EQ(options({"--resume", "--user=ann", "--event=77"}).event, QStringLiteral("77"));
+    for (const char* other : {"x.jpg", "--list", "--category=c", "--auto-categories", "--project=p",
+                              "--pricing=5", "--resize=1280x1280", "--quality=12", "--colorspace=srgb"})
+        EXPECT_NE(refusal({"--resume", other}), "") << other;
+    EXPECT_NE(refusal({"--resume", "--ephemeral", "--user=ann"}), "");
+}
+
 TEST(Options, LastOneCounts) {
     EXPECT_EQ(options({"--event=1", "--event=2", "x"}).event, QStringLiteral("2"));
 }

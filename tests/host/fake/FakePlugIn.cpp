@@ -12,7 +12,10 @@
 //   wants-files     has the host write the images
 //   slow-images     takes a second for each image
 //   alerts          shows a critical alert instead of uploading, and says nothing more
-//   folders-break, upload-breaks, unanswered, hangs
+//   folders-break, unanswered, hangs
+//   upload-breaks[=N]  where N files are uploaded, or none
+//   dies=STAGE      kills its process: at image 1 "in-images", "in-folders", "in-upload" where one file is
+//                   uploaded, "after-deletion" of the second before it is told, "in-finishing"
 //   ignores-cancel
 
 #include "hostapi/ApertureExportManager.h"
@@ -20,14 +23,17 @@
 #include "hostapi/PlugInModule.h"
 #include "tests/host/fake/FakePanel.h"
 
+#include <QtCore/QCoreApplication>
 #include <QtCore/QDir>
 #include <QtCore/QFile>
+#include <QtCore/QFileInfo>
 #include <QtCore/QObject>
 #include <QtCore/QPointer>
 #include <QtCore/QStringList>
 #include <QtCore/QThread>
 #include <QtCore/QTimer>
 
+#include <csignal>
 #include <mutex>
 
 namespace fake {
@@ -56,6 +62,7 @@ public:
         : script_(script())
         , manager_(hostapi::apiForProtocol<hostapi::ApertureExportManager>(apiManager))
         , services_(hostapi::apiForProtocol<hostapi::HostServices>(apiManager)) {
+        QDir(folder_).removeRecursively();
         QDir().mkpath(folder_);
         log(QStringLiteral("temporary ") + QDir::tempPath());
     }
@@ -116,6 +123,8 @@ public:
         logImage("shouldWrite", index,
                  relativePath + QLatin1Char(' ') + QString::number(imageData.size()) + QLatin1Char(' ') +
                      project.toString());
+        if (index == 1)
+            dieIn("in-images");
         if (has("slow-images"))
             QThread::sleep(1);
         if (has("wants-files"))
@@ -124,8 +133,10 @@ public:
             services_->observer()->imageLeftOut(index);
             return false;
         }
-        services_->observer()->imagePrepared(index, folder_ + relativePath.section(QLatin1Char('.'), 0, -2) +
-                                                        QStringLiteral(".jpg"));
+        QFile file(folder_ + relativePath.section(QLatin1Char('.'), 0, -2) + QStringLiteral(".jpg"));
+        if (file.open(QIODevice::WriteOnly))
+            prepared_.append(file.fileName());
+        services_->observer()->imagePrepared(index, file.fileName());
         change(index + 2, manager_->imageCount(), QStringLiteral("Step 1"));
         return false;
     }
@@ -142,10 +153,17 @@ public:
             return alert(hostapi::AlertStyle::Critical);
         if (has("folders-break"))
             return services_->observer()->folderChainEnded(false);
+        dieIn("in-folders");
         services_->observer()->folderChainEnded(true);
-        if (has("upload-breaks"))
+        if (!upload())
             return services_->observer()->uploadEnded(false);
         services_->observer()->uploadEnded(true);
+        // What was handed over is told to the host before it goes on.
+        QTimer::singleShot(0, this, &PlugIn::finish);
+    }
+
+    void finish() {
+        dieIn("in-finishing");
         if (has("unanswered"))
             return services_->observer()->finishingRequestUnanswered();
         if (has("cancels") || has("cancels-then-finishes"))
@@ -168,6 +186,29 @@ public:
 
 private:
     bool has(const QByteArray& word) const { return script_.contains(QString::fromLatin1(word)); }
+
+    void dieIn(const char* stage) const {
+        if (has(QByteArrayLiteral("dies=") + stage))
+            raise(SIGKILL);
+    }
+
+    /// Ends with false where the script wants it to break off.
+    bool upload() {
+        for (qsizetype i = 0; i < prepared_.size(); ++i) {
+            if ((has("upload-breaks") && i == 0) || has("upload-breaks=" + QByteArray::number(i)))
+                return false;
+            if (i == 1) {
+                QCoreApplication::processEvents();
+                dieIn("in-upload");
+            }
+            log(QStringLiteral("upload ") + QFileInfo(prepared_[i]).fileName());
+            QFile::remove(prepared_[i]);
+            if (i == 1)
+                dieIn("after-deletion");
+            services_->observer()->imageUploaded(prepared_[i]);
+        }
+        return true;
+    }
 
     static void logImage(const char* call, std::uint32_t index, const QString& more = {}) {
         log(QStringLiteral("%1 %2 %3").arg(QLatin1String(call)).arg(index).arg(more).trimmed());
@@ -236,6 +277,7 @@ private:
     QPointer<Panel> panel_;
     QString account_;
     QString password_;
+    QStringList prepared_;
     hostapi::ExportProgress progress_;
     std::mutex progressMutex_;
 };

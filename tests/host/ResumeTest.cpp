@@ -1,0 +1,262 @@
+#include "host/core/JournalFolder.h"
+#include "tests/host/CommandRun.h"
+#include "tests/host/FakePlugInScript.h"
+#include "tests/support/Waiting.h"
+
+#include <QtCore/QDir>
+#include <QtCore/QFileInfo>
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+namespace {
+
+constexpr int kKilled = -1;
+
+class Resume : public testing::Test {
+protected:
+    Resume() {
+        qputenv("XDG_STATE_HOME", QFile::encodeName(plugIn_.path(QStringLiteral("state"))));
+        password_ = QFile::decodeName(plugIn_.file(QStringLiteral("password"), "secret\n"));
+        QDir().mkpath(plugIn_.path(QStringLiteral("Party")));
+        for (const char* name : {"a.tif", "Party/a.tif", "b.tif"})
+            images_ += QFile::decodeName(plugIn_.file(QLatin1String(name)));
+    }
+    ~Resume() override { qputenv("XDG_STATE_HOME", stateHome_); }
+
+    QStringList login() const {
+        return {QStringLiteral("--plugin"), FakePlugInScript::bundlePath(),    QStringLiteral("--user"),
+                QStringLiteral("ann"),      QStringLiteral("--password-file"), password_};
+    }
+    /// Exports `images_`.
+    CommandRun& run(const QByteArray& script, const QStringList& more = {}) {
+        return start(script, login() +
+                                 QStringList{QStringLiteral("--event"), QStringLiteral("77"),
+                                             QStringLiteral("--category"), QStringLiteral("Ceremony")} +
+                                 more + images_);
+    }
+    CommandRun& resume(const QByteArray& script = {}, const QStringList& more = {}) {
+        return start(script, login() + QStringList{QStringLiteral("--resume")} + more);
+    }
+    CommandRun& start(const QByteArray& script, const QStringList& arguments) {
+        plugIn_.tell(script);
+        QFile::remove(plugIn_.path(QStringLiteral("plug-in.log")));
+        return *runs_.emplace_back(std::make_unique<CommandRun>(arguments));
+    }
+
+    /// The plug-in's log of the last run: the lines that begin so, without that beginning.
+    std::vector<std::string> logged(const QString& beginning) const {
+        std::vector<std::string> found;
+        for (const QString& line : plugIn_.log()) {
+            if (line.startsWith(beginning))
+                found.push_back(line.mid(beginning.size()).toStdString());
+        }
+        return found;
+    }
+    std::vector<std::string> uploads() const { return logged(QStringLiteral("upload ")); }
+    std::vector<host::FoundJournal> journals() const { return host::journalsIn(host::userJournalFolder()); }
+
+    FakePlugInScript plugIn_;
+    QString password_;
+    QStringList images_;
+
+private:
+    const QByteArray stateHome_ = qgetenv("XDG_STATE_HOME");
+    std::vector<std::unique_ptr<CommandRun>> runs_;
+};
+
+using Names = std::vector<std::string>;
+
+} // namespace
+
+TEST_F(Resume, AfterAKillInAnyStageUploadsEachImageOnce) {
+    struct Stage {
+        const char* name;
+        Names before;
+        Names after;
+    };
+    for (const auto& [name, before, after] : {Stage{"in-images", {}, {"a.jpg", "a-2.jpg", "b.jpg"}},
+                                              Stage{"in-folders", {}, {"a.jpg", "a-2.jpg", "b.jpg"}},
+                                              Stage{"in-upload", {"a.jpg"}, {"a-2.jpg", "b.jpg"}},
+                                              Stage{"after-deletion", {"a.jpg", "a-2.jpg"}, {"b.jpg"}},
+                                              Stage{"in-finishing", {"a.jpg", "a-2.jpg", "b.jpg"}, {}}}) {
+        EXPECT_EQ(run(QByteArray("dies=") + name).wait(), kKilled) << name;
+        EXPECT_EQ(uploads(), before) << name;
+        CommandRun& resumed = resume();
+        EXPECT_EQ(resumed.wait(), 0) << name << resumed.errors().toStdString();
+        EXPECT_EQ(uploads(), after) << name;
+        EXPECT_EQ(logged(QStringLiteral("didFinishExport")).size(), 1U) << name;
+        CommandRun& again = resume();
+        EXPECT_EQ(again.wait(), 0) << name;
+        EXPECT_TRUE(again.output().startsWith("Nothing is left of the export to \"Smith Wedding\" (77) of "))
+            << again.output().toStdString();
+        EXPECT_TRUE(logged({}).empty()) << "no plug-in is needed for that";
+    }
+}
+
+TEST_F(Resume, MakesTheSameChoicesAgain) {
+    const QStringList choices{QStringLiteral("--auto-categories"),  QStringLiteral("--project=Shoot"),
+                              QStringLiteral("--pricing=Standard"), QStringLiteral("--resize=2560x1440"),
+                              QStringLiteral("--quality=9"),        QStringLiteral("--colorspace=prophoto")};
+    EXPECT_EQ(run("upload-breaks=1", choices).wait(), 1);
+    const auto chosen = [this] {
+        Names all;
+        for (const char* control : {"event", "category", "pricing", "resize", "quality", "colorspace"}) {
+            for (const std::string& choice : logged(QLatin1String(control) + QLatin1Char(' ')))
+                all.push_back(choice);
+        }
+        return all;
+    };
+    const Names first = chosen();
+    ASSERT_EQ(first, (Names{"Smith Wedding", "Ceremony/1", "Standard", "1/2560/1440", "900", "2"}));
+    EXPECT_EQ(resume().wait(), 0);
+    EXPECT_EQ(chosen(), first);
+    EXPECT_EQ(logged(QStringLiteral("shouldWrite ")), (Names{"0 a-2.tif 6 Shoot", "1 b.tif 6 Shoot"}));
+}
+
+TEST_F(Resume, SaysWhatIsLeftAndWhatItWillDo) {
+    CommandRun& broken = run("upload-breaks=1");
+    EXPECT_EQ(broken.wait(), 1);
+    EXPECT_TRUE(broken.errors().endsWith("quillmark-export: 2 images are left; --resume exports them\n"))
+        << broken.errors().toStdString();
+    CommandRun& resumed = resume();
+    EXPECT_EQ(resumed.wait(), 0);
+    EXPECT_TRUE(resumed.output().startsWith("Going on with the export to \"Smith Wedding\" (77) of "));
+    EXPECT_TRUE(
+        resumed.output().contains(": of 3 images 2 are left and are sent now, under the same names.\n"));
+    EXPECT_TRUE(resumed.output().endsWith("2 of 2 images exported.\n")) << resumed.output().toStdString();
+}
+
+TEST_F(Resume, SaysItInJSON) {
+    EXPECT_EQ(run("upload-breaks=1").wait(), 1);
+    CommandRun& resumed = resume({}, {QStringLiteral("--json")});
+    EXPECT_EQ(resumed.wait(), 0);
+    EXPECT_EQ(
+        resumed.lines().front().toStdString(),
+        R"({"event":"resume","eventId":"77","eventName":"Smith Wedding","total":3,"remaining":2,"confirmed":false})");
+}
+
+TEST_F(Resume, AsksOnlyForTheConfirmationWhereNothingElseIsMissing) {
+    CommandRun& unconfirmed = run("unanswered");
+    EXPECT_EQ(unconfirmed.wait(), 1);
+    EXPECT_TRUE(unconfirmed.errors().endsWith(
+        "quillmark-export: --resume asks the service again to process what is uploaded\n"));
+    CommandRun& resumed = resume();
+    EXPECT_EQ(resumed.wait(), 0) << resumed.errors().toStdString();
+    EXPECT_TRUE(resumed.output().contains(" all is uploaded; the service is asked again to process it.\n"));
+    EXPECT_TRUE(logged(QStringLiteral("shouldExport")).empty());
+    EXPECT_EQ(logged(QStringLiteral("didFinishExport")).size(), 1U);
+    EXPECT_TRUE(journals().at(0).record->isSettled());
+}
+
+TEST_F(Resume, TriesALeftOutImageAgainUnderItsName) {
+    EXPECT_EQ(run("leaves-out=1").wait(), 6);
+    EXPECT_EQ(resume().wait(), 0);
+    EXPECT_EQ(logged(QStringLiteral("shouldWrite ")), (Names{"0 a-2.tif 6 Party"}));
+}
+
+TEST_F(Resume, AsksForTheConfirmationEvenWhereNoImageCanBePrepared) {
+    EXPECT_EQ(run("leaves-out=1 unanswered").wait(), 1);
+    CommandRun& resumed = resume("leaves-out=0");
+    EXPECT_EQ(resumed.wait(), 6) << resumed.errors().toStdString();
+    EXPECT_EQ(logged(QStringLiteral("didFinishExport")).size(), 1U);
+    EXPECT_FALSE(journals().at(0).record->lacksConfirmation());
+}
+
+TEST_F(Resume, NamesAnImageThatIsGone) {
+    EXPECT_EQ(run("upload-breaks").wait(), 1);
+    QFile::remove(images_[1]);
+    CommandRun& resumed = resume();
+    EXPECT_EQ(resumed.wait(), 6);
+    EXPECT_TRUE(
+        resumed.errors().contains("quillmark-export: " + QFile::encodeName(images_[1]) + " was left out"));
+    EXPECT_EQ(uploads(), (Names{"a.jpg", "b.jpg"}));
+    EXPECT_EQ(journals().at(0).record->remaining(), (std::vector<std::size_t>{1}));
+}
+
+TEST_F(Resume, KeepsTheReasonWhyImagesAreLeft) {
+    EXPECT_EQ(run("alerts").wait(), 1);
+    const auto record = journals().at(0).record;
+    ASSERT_TRUE(record);
+    for (const host::RecordedImage& image : record->images)
+        EXPECT_EQ(image.reason, QStringLiteral("It is so.: Line\nby line."));
+}
+
+TEST_F(Resume, AfterAnInterruptionGoesOn) {
+    CommandRun& interrupted = run("hangs");
+    ASSERT_TRUE(
+        test_support::waitUntil([this] { return !logged(QStringLiteral("didFinishExport")).empty(); }));
+    interrupted.sendSignal(SIGTERM);
+    EXPECT_EQ(interrupted.wait(), 5);
+    EXPECT_EQ(journals().at(0).record->images[0].reason, QStringLiteral("The export was cancelled."));
+    EXPECT_EQ(resume().wait(), 0);
+    EXPECT_EQ(uploads().size(), 3U);
+}
+
+TEST_F(Resume, DoesNotTouchAnExportThatIsRunning) {
+    CommandRun& running = run("hangs");
+    ASSERT_TRUE(
+        test_support::waitUntil([this] { return !logged(QStringLiteral("didFinishExport")).empty(); }));
+    CommandRun& resumed = resume();
+    EXPECT_EQ(resumed.wait(), 1);
+    EXPECT_TRUE(resumed.errors().contains("it belongs to an export that is running"))
+        << resumed.errors().toStdString();
+    running.sendSignal(SIGKILL);
+    running.wait();
+}
+
+TEST_F(Resume, WithoutAnEarlierExportIsWrongUsage) {
+    CommandRun& resumed = resume();
+    EXPECT_EQ(resumed.wait(), 2);
+    EXPECT_EQ(resumed.errors(), "quillmark-export: no export of \"ann\" is known that could be resumed\n");
+}
+
+TEST_F(Resume, OfAnotherAccountIsNotOffered) {
+    EXPECT_EQ(run("upload-breaks").wait(), 1);
+    CommandRun& resumed = resume({}, {QStringLiteral("--user=ben")});
+    EXPECT_EQ(resumed.wait(), 2);
+}
+
+TEST_F(Resume, GoesOnWithTheNamedEventAndAsksWhereThereIsMoreThanOne) {
+    EXPECT_EQ(run("upload-breaks").wait(), 1);
+    EXPECT_EQ(run("upload-breaks", {QStringLiteral("--event=Gala")}).wait(), 1);
+    CommandRun& unclear = resume();
+    EXPECT_EQ(unclear.wait(), 2);
+    EXPECT_TRUE(unclear.errors().endsWith(
+        "something is left for more than one event; choose with --event: Gala (78), Smith Wedding (77)\n"))
+        << unclear.errors().toStdString();
+    CommandRun& unknown = resume({}, {QStringLiteral("--event=Jones")});
+    EXPECT_EQ(unknown.wait(), 2);
+    EXPECT_TRUE(unknown.errors().contains("there is no event \"Jones\""));
+    EXPECT_EQ(resume({}, {QStringLiteral("--event=Gala")}).wait(), 0);
+    EXPECT_EQ(logged(QStringLiteral("event ")), (Names{"Gala"}));
+    EXPECT_EQ(resume().wait(), 0);
+    EXPECT_EQ(logged(QStringLiteral("event ")), (Names{"Smith Wedding"}));
+}
+
+TEST_F(Resume, RefusesADamagedJournalWithAClearError) {
+    EXPECT_EQ(run("upload-breaks").wait(), 1);
+    QFile file(journals().at(0).path);
+    ASSERT_TRUE(file.open(QIODevice::Append));
+    file.write("{\"uploaded\":77}\n");
+    file.close();
+    CommandRun& resumed = resume();
+    EXPECT_EQ(resumed.wait(), 1);
+    EXPECT_TRUE(resumed.errors().contains(".journal can't be used: it is damaged at or after line "))
+        << resumed.errors().toStdString();
+}
+
+TEST_F(Resume, KnowsNothingOfAnEphemeralExport) {
+    EXPECT_EQ(run("upload-breaks", {QStringLiteral("--ephemeral")}).wait(), 1);
+    EXPECT_FALSE(QFileInfo::exists(host::userJournalFolder()));
+}
+
+TEST_F(Resume, IsNotNeededToExportWhereNoJournalCanBeKept) {
+    plugIn_.file(QStringLiteral("state"), "a file");
+    CommandRun& exported = run({});
+    EXPECT_EQ(exported.wait(), 0);
+    EXPECT_TRUE(
+        exported.errors().contains("no journal can be kept, so that --resume won't know of this export: "));
+    EXPECT_EQ(uploads().size(), 3U);
+}
