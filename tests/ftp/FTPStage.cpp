@@ -15,6 +15,9 @@ namespace {
 /// Nobody listens there: the finishing request ends at once, unanswered.
 const QString kNoWebServer = QStringLiteral("www.quillmark.example:443:127.0.0.1:1");
 
+/// The last ones, where a test has failed.
+constexpr qsizetype kReportedCommands = 100;
+
 } // namespace
 
 QString serverError(int code) {
@@ -48,7 +51,8 @@ void FTPStage::TearDown() {
     // What still runs ends by a cancel, as it would for a user.
     plugIn->exportManagerShouldCancelExport();
     if (HasFailure()) {
-        for (const auto& command : server->commands())
+        const QList<QByteArray> commands = server->commands();
+        for (const auto& command : commands.last(std::min(commands.size(), kReportedCommands)))
             std::cerr << command.constData() << '\n';
     }
     const std::weak_ptr<Quillmark> remaining = std::exchange(plugIn, nullptr);
