@@ -14,8 +14,8 @@ namespace {
 
 constexpr int kFiles = 3000;
 constexpr qint64 kFileSize = 2 * 1024 * 1024;
-/// By then a sanitizer keeps as much freed memory as it ever will.
-constexpr int kFilesOfWarmingUp = 500;
+/// By then all that is kept for the next file is there.
+constexpr int kFilesOfWarmingUp = 100;
 constexpr qint64 kFewFiles = 8;
 constexpr std::chrono::minutes kLongDeadline{5};
 
