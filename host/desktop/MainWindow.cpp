@@ -5,12 +5,17 @@
 
 #include <QtCore/QPointer>
 #include <QtGui/QActionGroup>
+#include <QtGui/QCloseEvent>
 #include <QtWidgets/QFileDialog>
 #include <QtWidgets/QInputDialog>
 #include <QtWidgets/QMenuBar>
+#include <QtWidgets/QMessageBox>
 #include <QtWidgets/QStatusBar>
 #include <QtWidgets/QStyle>
 #include <QtWidgets/QToolBar>
+#include <QtWidgets/QVBoxLayout>
+
+#include <algorithm>
 
 namespace host::desktop {
 
@@ -23,15 +28,24 @@ constexpr int kMessageMilliseconds = 8000;
 
 } // namespace
 
-MainWindow::MainWindow()
-    : lightTable_(new LightTable(model_))
+MainWindow::MainWindow(ExportSetting setting)
+    : exporter_(std::move(setting), *this)
+    , lightTable_(new LightTable(model_))
     , preview_(new Preview(model_))
-    , pages_(new QStackedWidget) {
+    , pages_(new QStackedWidget)
+    , noticeBar_(new NoticeBar)
+    , exportStatus_(new ExportStatus) {
     setWindowTitle(tr("Quillmark"));
     resize(kFirstSize);
     pages_->addWidget(lightTable_);
     pages_->addWidget(preview_);
-    setCentralWidget(pages_);
+    auto* const centre = new QWidget;
+    auto* const layout = new QVBoxLayout(centre);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+    layout->addWidget(noticeBar_);
+    layout->addWidget(pages_, 1);
+    setCentralWidget(centre);
     makeActions();
     makeMenus();
     makeToolBar();
@@ -47,8 +61,18 @@ MainWindow::MainWindow()
     connect(&captureTimes_, &CaptureTimeReader::done, &model_, &PhotographModel::setCaptureTimes);
     connect(&model_, &QAbstractItemModel::rowsInserted, this, &MainWindow::updateSelection);
     connect(&model_, &QAbstractItemModel::modelReset, this, &MainWindow::updateSelection);
+    connect(&exporter_, &Exporter::begun, exportStatus_, &QWidget::show);
+    connect(&exporter_, &Exporter::progressed, exportStatus_, &ExportStatus::follow);
+    connect(&exporter_, &Exporter::ended, this, &MainWindow::exportEnded);
+    connect(&exporter_, &Exporter::waitingChanged, this,
+            [this] { exportStatus_->setWaiting(exporter_.waitingCount()); });
+    connect(exportStatus_, &ExportStatus::cancelRequested, this, [this] {
+        exportStatus_->setCancelling();
+        exporter_.cancel();
+    });
     updateSelection();
     lightTable_->setFocus();
+    tellUnfinished();
 }
 
 // --- What can be done ---
@@ -66,6 +90,8 @@ void MainWindow::makeActions() {
     openFolderAction_->setIcon(style()->standardIcon(QStyle::SP_DirOpenIcon));
     openFilesAction_ = addAction(tr("Add &Photographs…"), tr("Ctrl+Shift+O"), &MainWindow::chooseFiles);
     clearAction_ = addAction(tr("&Clear the Light Table"), tr("Ctrl+W"), &MainWindow::clear);
+    exportAction_ = addAction(tr("&Export to Quillmark…"), tr("Ctrl+E"), &MainWindow::exportSelection);
+    exportAction_->setIcon(style()->standardIcon(QStyle::SP_ArrowUp));
     quitAction_ = new QAction(tr("&Quit"), this);
     quitAction_->setShortcut(QKeySequence::Quit);
     connect(quitAction_, &QAction::triggered, this, &QWidget::close);
@@ -101,6 +127,10 @@ void MainWindow::makeMenus() {
     QMenu* const fileMenu = menuBar()->addMenu(tr("&File"));
     fileMenu->addActions({openFolderAction_, openFilesAction_, clearAction_});
     fileMenu->addSeparator();
+    fileMenu->addAction(exportAction_);
+    unfinishedMenu_ = fileMenu->addMenu(tr("&Unfinished Exports"));
+    connect(unfinishedMenu_, &QMenu::aboutToShow, this, &MainWindow::listUnfinished);
+    fileMenu->addSeparator();
     fileMenu->addAction(quitAction_);
 
     QMenu* const editMenu = menuBar()->addMenu(tr("&Edit"));
@@ -121,7 +151,7 @@ void MainWindow::makeToolBar() {
     toolBar->setMovable(false);
     toolBar->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
     toolBar->setContextMenuPolicy(Qt::PreventContextMenu);
-    toolBar->addAction(openFolderAction_);
+    toolBar->addActions({openFolderAction_, exportAction_});
     auto* const space = new QWidget;
     space->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
     toolBar->addWidget(space);
@@ -144,6 +174,86 @@ void MainWindow::makeStatusBar() {
     selectionLabel_ = new QLabel;
     selectionLabel_->setObjectName(QStringLiteral("selectionLabel"));
     statusBar()->addWidget(selectionLabel_);
+    statusBar()->addPermanentWidget(exportStatus_);
+    exportStatus_->hide();
+}
+
+// --- Exports ---
+
+void MainWindow::exportSelection() {
+    QModelIndexList selected = lightTable_->selectionModel()->selectedIndexes();
+    // In the order in which they lie there, not in that of the clicks.
+    std::sort(selected.begin(), selected.end());
+    ExportJob job;
+    for (const QModelIndex& index : selected) {
+        const Photograph& photograph = model_.photograph(index.row());
+        RecordedImage image;
+        image.source = photograph.path;
+        image.name = photograph.name;
+        if (!photograph.project.isEmpty())
+            image.project = photograph.project;
+        job.images.push_back(std::move(image));
+    }
+    if (!job.images.empty())
+        exporter_.request(std::move(job));
+}
+
+void MainWindow::exportEnded() {
+    exportStatus_->hide();
+    if (quitsAfterExport_)
+        close();
+}
+
+void MainWindow::listUnfinished() {
+    unfinishedMenu_->clear();
+    for (const FoundJournal& journal : exporter_.unfinished()) {
+        // An ampersand would underline the next letter.
+        const QString text = unfinishedLine(*journal.record).replace(QLatin1Char('&'), QStringLiteral("&&"));
+        connect(unfinishedMenu_->addAction(text), &QAction::triggered, this,
+                [this, path = journal.path] { exporter_.review(path); });
+    }
+    if (unfinishedMenu_->isEmpty())
+        unfinishedMenu_->addAction(tr("None"))->setEnabled(false);
+}
+
+void MainWindow::tellUnfinished() {
+    const std::vector<FoundJournal> journals = exporter_.unfinished();
+    if (journals.empty())
+        return;
+    const QString text =
+        journals.size() == 1
+            ? tr("An export is not complete: %1").arg(unfinishedLine(*journals.front().record))
+            : tr("%1 exports are not complete. See File, Unfinished Exports. The last one: %2")
+                  .arg(QString::number(journals.size()), unfinishedLine(*journals.front().record));
+    connect(noticeBar_, &NoticeBar::activated, this,
+            [this, path = journals.front().path] { exporter_.review(path); });
+    noticeBar_->showNotice(text, tr("&Show…"));
+}
+
+bool MainWindow::confirmsQuitting() {
+    if (!exporter_.isExporting())
+        return true;
+    return QMessageBox::question(this, windowTitle(),
+                                 tr("An export is running. Cancel it and quit? What has not been uploaded by "
+                                    "then can be exported "
+                                    "later."),
+                                 QMessageBox::Yes | QMessageBox::No, QMessageBox::No) == QMessageBox::Yes;
+}
+
+void MainWindow::closeEvent(QCloseEvent* event) {
+    // It may have ended while the question was open.
+    if (!quitsAfterExport_ && !confirmsQuitting()) {
+        event->ignore();
+        return;
+    }
+    if (exporter_.isExporting()) {
+        quitsAfterExport_ = true;
+        exportStatus_->setCancelling();
+        exporter_.cancelToQuit();
+        event->ignore();
+        return;
+    }
+    QMainWindow::closeEvent(event);
 }
 
 // --- The light table ---
@@ -239,6 +349,7 @@ void MainWindow::readCaptureTimes() {
 void MainWindow::updateSelection() {
     const auto selected = lightTable_->selectionModel()->selectedIndexes().size();
     renameProjectAction_->setEnabled(selected > 0);
+    exportAction_->setEnabled(selected > 0);
     const QString all = photographs(static_cast<std::size_t>(model_.rowCount()));
     selectionLabel_->setText(selected == 0 ? all : tr("%1 of %2 selected").arg(selected).arg(all));
 }

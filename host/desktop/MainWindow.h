@@ -1,13 +1,17 @@
 #pragma once
 
 #include "host/desktop/CaptureTimeReader.h"
+#include "host/desktop/ExportStatus.h"
+#include "host/desktop/Exporter.h"
 #include "host/desktop/LightTable.h"
+#include "host/desktop/NoticeBar.h"
 #include "host/desktop/PhotographModel.h"
 #include "host/desktop/Preview.h"
 
 #include <QtGui/QAction>
 #include <QtWidgets/QLabel>
 #include <QtWidgets/QMainWindow>
+#include <QtWidgets/QMenu>
 #include <QtWidgets/QSlider>
 #include <QtWidgets/QStackedWidget>
 
@@ -19,10 +23,13 @@ class MainWindow final : public QMainWindow {
     Q_OBJECT
 
 public:
-    MainWindow();
+    explicit MainWindow(ExportSetting setting);
 
     /// Puts the files, and the pictures of the folders, on the light table. Returns at once.
     void open(const std::vector<QByteArray>& paths);
+
+protected:
+    void closeEvent(QCloseEvent* event) override;
 
 private:
     void makeActions();
@@ -30,6 +37,12 @@ private:
     void makeToolBar();
     void makeStatusBar();
     QAction* addAction(const QString& text, const QKeySequence& shortcut, void (MainWindow::*slot)());
+
+    void exportSelection();
+    void exportEnded();
+    void listUnfinished();
+    void tellUnfinished();
+    bool confirmsQuitting();
 
     void chooseFolder();
     void chooseFiles();
@@ -46,15 +59,21 @@ private:
 
     PhotographModel model_;
     CaptureTimeReader captureTimes_;
+    Exporter exporter_;
+    bool quitsAfterExport_ = false;
     LightTable* lightTable_;
     Preview* preview_;
     QStackedWidget* pages_;
+    NoticeBar* noticeBar_;
+    ExportStatus* exportStatus_;
     QSlider* sizeSlider_;
     QLabel* selectionLabel_;
 
     QAction* openFolderAction_;
     QAction* openFilesAction_;
     QAction* clearAction_;
+    QAction* exportAction_;
+    QMenu* unfinishedMenu_;
     QAction* quitAction_;
     QAction* selectAllAction_;
     QAction* selectNoneAction_;

@@ -1,6 +1,10 @@
+#include "host/core/JournalFolder.h"
+#include "host/core/Locations.h"
 #include "host/desktop/MainWindow.h"
 
 #include <QtWidgets/QApplication>
+
+#include <unistd.h>
 
 #include <cstdio>
 #include <string_view>
@@ -34,8 +38,12 @@ int main(int argc, char** argv) {
     QApplication application(argc, argv);
     QApplication::setApplicationDisplayName(QStringLiteral("Quillmark"));
     QApplication::setDesktopFileName(QStringLiteral("quillmark"));
-    host::desktop::MainWindow window;
+    host::desktop::MainWindow window(
+        {host::installedOrBuiltBundle().value_or(QString()), host::userJournalFolder(), nullptr, nullptr});
     window.open(paths(argc, argv));
     window.show();
-    return QApplication::exec();
+    const int status = QApplication::exec();
+    // Workers of the plug-in may still wait for an answer: nothing is taken down around them.
+    fflush(nullptr);
+    _exit(status);
 }

@@ -55,7 +55,8 @@ protected:
     }
 
     PhotographFolder folder_;
-    MainWindow window_;
+    MainWindow window_{
+        {QStringLiteral(QUILLMARK_BUNDLE_DIR), folder_.filePath(QStringLiteral("journals")), {}, {}}};
 };
 
 } // namespace

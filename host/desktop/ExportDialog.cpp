@@ -1,0 +1,96 @@
+#include "host/desktop/ExportDialog.h"
+
+#include <QtCore/QEvent>
+#include <QtCore/QTimer>
+#include <QtGui/QAccessible>
+#include <QtGui/QScreen>
+#include <QtWidgets/QDialogButtonBox>
+#include <QtWidgets/QScrollBar>
+#include <QtWidgets/QStyle>
+#include <QtWidgets/QVBoxLayout>
+
+#include <algorithm>
+
+namespace host::desktop {
+
+namespace {
+
+/// Of the screen: the window's own frame, and a desktop's bars, need some room too.
+constexpr double kShareOfScreen = 0.9;
+
+} // namespace
+
+ExportDialog::ExportDialog(hostapi::ApertureExportPlugIn& plugIn, const QString& heading, QWidget* parent)
+    : QDialog(parent)
+    , view_(plugIn.settingsView())
+    , scrollArea_(new QScrollArea)
+    , notice_(new QLabel) {
+    setWindowTitle(tr("Export to Quillmark"));
+    setWindowModality(Qt::WindowModal);
+    auto* const headingLabel = new QLabel(heading);
+    headingLabel->setTextFormat(Qt::PlainText);
+    headingLabel->setWordWrap(true);
+    notice_->setTextFormat(Qt::PlainText);
+    notice_->setWordWrap(true);
+    notice_->setObjectName(QStringLiteral("notice"));
+    notice_->hide();
+    scrollArea_->setWidgetResizable(true);
+    scrollArea_->setFrameShape(QFrame::NoFrame);
+    scrollArea_->setWidget(view_);
+    auto* const buttons = new QDialogButtonBox(QDialogButtonBox::Cancel);
+    exportButton_ = buttons->addButton(tr("&Export"), QDialogButtonBox::AcceptRole);
+    cancelButton_ = buttons->button(QDialogButtonBox::Cancel);
+    exportButton_->setObjectName(QStringLiteral("exportButton"));
+    cancelButton_->setObjectName(QStringLiteral("cancelButton"));
+
+    auto* const layout = new QVBoxLayout(this);
+    layout->addWidget(headingLabel);
+    layout->addWidget(notice_);
+    layout->addWidget(scrollArea_, 1);
+    layout->addWidget(buttons);
+
+    connect(buttons, &QDialogButtonBox::accepted, this, &ExportDialog::exportRequested);
+    connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
+    linkKeyboardLoop(plugIn);
+    view_->installEventFilter(this);
+    growWithView();
+}
+
+void ExportDialog::linkKeyboardLoop(hostapi::ApertureExportPlugIn& plugIn) {
+    if (QWidget* const last = plugIn.lastView())
+        setTabOrder(last, exportButton_);
+    setTabOrder(exportButton_, cancelButton_);
+    if (QWidget* const first = plugIn.firstView()) {
+        setTabOrder(cancelButton_, first);
+        first->setFocus();
+    }
+}
+
+void ExportDialog::setNotice(const QString& notice) {
+    notice_->setText(notice);
+    notice_->setVisible(!notice.isEmpty());
+    QAccessibleEvent announcement(notice_, QAccessible::Alert);
+    QAccessible::updateAccessibility(&announcement);
+}
+
+bool ExportDialog::eventFilter(QObject* watched, QEvent* event) {
+    // The view shows more once its user has logged in.
+    if (watched == view_ && event->type() == QEvent::LayoutRequest)
+        QTimer::singleShot(0, this, &ExportDialog::growWithView);
+    return QDialog::eventFilter(watched, event);
+}
+
+void ExportDialog::growWithView() {
+    if (!view_)
+        return;
+    const QSize hint = view_->sizeHint().expandedTo(view_->minimumSizeHint());
+    const QSize room = screen()->availableSize() * kShareOfScreen;
+    const int scrollBar = style()->pixelMetric(QStyle::PM_ScrollBarExtent);
+    // Where the view is cut off below, its scroll bar must not cut it off at the side too.
+    scrollArea_->setMinimumWidth(std::min(hint.width() + scrollBar, room.width()));
+    const int others = sizeHint().height() - scrollArea_->sizeHint().height();
+    resize(QSize(std::max(width(), sizeHint().width()), std::max(height(), others + hint.height()))
+               .boundedTo(room));
+}
+
+} // namespace host::desktop

@@ -1,0 +1,43 @@
+#pragma once
+
+#include "hostapi/ApertureExportPlugIn.h"
+
+#include <QtCore/QPointer>
+#include <QtWidgets/QDialog>
+#include <QtWidgets/QLabel>
+#include <QtWidgets/QPushButton>
+#include <QtWidgets/QScrollArea>
+
+namespace host::desktop {
+
+/// Holds a plug-in's settings view between a heading and the buttons "Export" and "Cancel"; it grows with the
+/// view as far as the screen allows. What was chosen is the plug-in's to remember. Main thread.
+class ExportDialog final : public QDialog {
+    Q_OBJECT
+
+public:
+    /// Takes the settings view of `plugIn`, which must have one.
+    ExportDialog(hostapi::ApertureExportPlugIn& plugIn, const QString& heading, QWidget* parent);
+
+    QWidget& settingsView() const { return *view_; }
+    /// What the user must know beside the settings; none where it is empty.
+    void setNotice(const QString& notice);
+
+Q_SIGNALS:
+    void exportRequested();
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
+private:
+    void linkKeyboardLoop(hostapi::ApertureExportPlugIn& plugIn);
+    void growWithView();
+
+    QPointer<QWidget> view_;
+    QScrollArea* scrollArea_;
+    QLabel* notice_;
+    QPushButton* exportButton_;
+    QPushButton* cancelButton_;
+};
+
+} // namespace host::desktop

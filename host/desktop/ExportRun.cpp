@@ -1,0 +1,386 @@
+#include "host/desktop/ExportRun.h"
+
+#include "host/core/AccountDefaults.h"
+#include "host/core/JournalFolder.h"
+#include "host/core/ObserverRelay.h"
+#include "host/core/PlugInLoader.h"
+#include "host/core/UniqueNames.h"
+#include "host/desktop/Counting.h"
+#include "hostapi/SettingsPanel.h"
+
+#include <algorithm>
+#include <numeric>
+#include <utility>
+
+namespace host::desktop {
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr auto kLookInterval = 100ms;
+constexpr auto kStandInterval = 10ms;
+/// How long a plug-in that has broken off may take to cancel by itself.
+constexpr auto kPatienceWithTheBroken = 1s;
+/// How long it may take to answer a cancel.
+constexpr auto kPatienceWithTheCancelled = 3s;
+/// How long the end waits for an image in the making.
+constexpr auto kPatienceWithImages = 10s;
+
+const QString kCannotDecode = QStringLiteral("It cannot be read as a picture.");
+const QString kCancelled = QStringLiteral("The export was cancelled before its turn came.");
+const QString kNothingPrepared = QStringLiteral("None of the photographs could be prepared.");
+const QString kBrokeOff = QStringLiteral("The export broke off.");
+
+/// Work of a plug-in may outlast its run, and wants its API manager as long.
+void keepFor(const std::weak_ptr<hostapi::ApertureExportPlugIn>& plugIn,
+             std::shared_ptr<APIManager> manager) {
+    static std::vector<std::pair<std::weak_ptr<hostapi::ApertureExportPlugIn>, std::shared_ptr<APIManager>>>
+        kept;
+    std::erase_if(kept, [](const auto& entry) { return entry.first.expired(); });
+    kept.emplace_back(plugIn, std::move(manager));
+}
+
+std::vector<ExportedImage> exportedImages(const std::vector<RecordedImage>& images) {
+    std::vector<ExportedImage> exported;
+    exported.reserve(images.size());
+    for (const RecordedImage& image : images)
+        exported.push_back({image.source, image.name});
+    return exported;
+}
+
+std::vector<std::optional<QString>> projectsOf(const std::vector<RecordedImage>& images) {
+    std::vector<std::optional<QString>> projects;
+    projects.reserve(images.size());
+    for (const RecordedImage& image : images)
+        projects.push_back(image.project);
+    return projects;
+}
+
+/// The names that keep images from overwriting each other.
+void giveUniqueNames(std::vector<RecordedImage>& images) {
+    std::vector<QString> names;
+    names.reserve(images.size());
+    for (const RecordedImage& image : images)
+        names.push_back(image.name);
+    names = uniqueNames(names);
+    for (std::size_t i = 0; i < images.size(); ++i)
+        images[i].name = names[i];
+}
+
+} // namespace
+
+std::shared_ptr<ExportRun> ExportRun::make(ExportJob job, const ExportSetting& setting) {
+    std::shared_ptr<ExportRun> run(new ExportRun(std::move(job), setting));
+    run->self_ = run;
+    return run;
+}
+
+ExportRun::ExportRun(ExportJob job, ExportSetting setting)
+    : job_(std::move(job))
+    , setting_(std::move(setting)) {
+    // Those of an earlier export have theirs.
+    giveUniqueNames(job_.images);
+    cancelTimer_.setSingleShot(true);
+    connect(&lookTimer_, &QTimer::timeout, this, [this] { progressWatch_->look(); });
+    connect(&cancelTimer_, &QTimer::timeout, this, [this] {
+        if (cancelEnd_)
+            conclude(*cancelEnd_);
+        else
+            cancelThroughPlugIn(End::Failed);
+    });
+    connect(&standTimer_, &QTimer::timeout, this, &ExportRun::endOnceAllStands);
+}
+
+ExportRun::~ExportRun() {
+    if (plugIn_)
+        keepFor(plugIn_, apiManager_);
+}
+
+std::optional<QString> ExportRun::journalFailure() const {
+    return journal_ ? journal_->failure() : std::nullopt;
+}
+
+std::vector<RecordedImage> ExportRun::offeredImages() const {
+    if (!job_.journal)
+        return job_.images;
+    std::vector<RecordedImage> images;
+    const ExportRecord& record = job_.journal->record();
+    if (!job_.confirmationOnly) {
+        for (const std::size_t index : record.remaining())
+            images.push_back(record.images[index]);
+    }
+    return images;
+}
+
+// --- The dialog ---
+
+bool ExportRun::open(QWidget* window, QString& error) {
+    if (!makePlugIn(error))
+        return false;
+    if (!plugIn_->settingsView()) {
+        error = tr("The plug-in has no settings view.");
+        return false;
+    }
+    dialog_ = std::make_unique<ExportDialog>(*plugIn_, heading(), window);
+    panel_ = PanelDriver::make(dialog_->settingsView(), error);
+    if (!panel_)
+        return false;
+    connect(dialog_.get(), &ExportDialog::exportRequested, this,
+            [this] { plugIn_->exportManagerShouldBeginExport(); });
+    connect(dialog_.get(), &QDialog::rejected, this, &ExportRun::cancel);
+    // Queued: the plug-in is in the middle of changing the view.
+    connect(panel_.get(), &PanelDriver::busyChanged, this, &ExportRun::presetChoices, Qt::QueuedConnection);
+    plugIn_->willBeActivated();
+    if (job_.journal && !panel_->isBusy() && panel_->accountName().isEmpty()) {
+        auto* const field = dialog_->settingsView().findChild<QLineEdit*>(hostapi::panel::kUsernameField);
+        field->setText(job_.journal->record().choices.account);
+    }
+    dialog_->open();
+    return true;
+}
+
+bool ExportRun::makePlugIn(QString& error) {
+    const std::vector<RecordedImage> images = offeredImages();
+    Services services;
+    services.alertPresenter = std::make_shared<ShowingAlertPresenter>(self_);
+    services.observer = std::make_shared<ObserverRelay>(self_);
+    services.credentialStore = setting_.credentialStore;
+    services.defaultsStore = setting_.defaultsStore;
+    if (!services.defaultsStore && job_.journal)
+        // Nobody else's remembered login gets into an export of this account.
+        services.defaultsStore =
+            std::make_shared<AccountDefaults>(job_.journal->record().choices.account, false);
+    apiManager_ = std::make_shared<APIManager>(std::make_shared<ExportManager>(projectsOf(images), self_),
+                                               std::move(services));
+
+    // Making a plug-in empties the folder in which an earlier process has left its traces.
+    reconcileJournals(setting_.journalFolder);
+    plugIn_ = loadPlugIn(setting_.bundlePath, *apiManager_, error);
+    if (!plugIn_)
+        return false;
+    progressWatch_ = std::make_shared<ProgressWatch>(plugIn_, [run = self_](const auto& progress) {
+        const auto alive = run.lock();
+        if (alive && !alive->end_)
+            Q_EMIT alive->progressed(progress);
+    });
+    return true;
+}
+
+QString ExportRun::heading() const {
+    if (!job_.journal)
+        return tr("%1 will be exported.").arg(photographs(job_.imageCount()));
+    const QString event = job_.journal->record().choices.eventName;
+    if (job_.confirmationOnly)
+        return tr("The service will be asked again to process what was uploaded to “%1”. No photograph is "
+                  "sent.")
+            .arg(event);
+    return tr("%1 that remain of the export to “%2” will be exported.")
+        .arg(photographs(job_.imageCount()), event);
+}
+
+void ExportRun::presetChoices() {
+    if (!job_.journal || choicesArePreset_ || end_ || panel_->isBusy() || !panel_->isLoggedIn())
+        return;
+    choicesArePreset_ = true;
+    const ExportChoices& choices = job_.journal->record().choices;
+    if (panel_->accountName() != choices.account)
+        dialog_->setNotice(tr("The earlier export was made with the account “%1”.").arg(choices.account));
+    else if (const auto refusal = panel_->choose(WishedChoices(choices)))
+        dialog_->setNotice(tr("The earlier choices could not be made again: %1").arg(*refusal));
+}
+
+void ExportRun::listsCouldNotBeLoaded() {
+    if (dialog_ && !end_)
+        dialog_->setNotice(
+            tr("The lists of events and pricing templates could not be loaded. Close this dialog "
+               "and try again."));
+}
+
+// --- The export ---
+
+void ExportRun::exportShouldBegin() {
+    if (stage_ != Stage::Choosing || end_ || cancelEnd_)
+        return;
+    stage_ = Stage::Exporting;
+    const QString folder = plugIn_->destinationPath();
+    // Hidden, not destroyed: the plug-in reads its controls.
+    dialog_->hide();
+    Q_EMIT begun();
+    lookTimer_.start(kLookInterval);
+    if (beginJournal(panel_->choices(), folder))
+        beginImages(folder);
+    else
+        cancelThroughPlugIn(End::Failed);
+}
+
+bool ExportRun::beginJournal(const ExportChoices& choices, const QString& folder) {
+    if (job_.journal && sameDestination(job_.journal->record().choices, choices)) {
+        journal_ = std::move(job_.journal);
+        const auto images =
+            job_.confirmationOnly ? std::vector<std::size_t>() : journal_->record().remaining();
+        journal_->beginAttempt(choices, images, folder);
+        return true;
+    }
+    // What goes somewhere else is an export of its own.
+    auto images = offeredImages();
+    const std::size_t count = images.size();
+    QString error;
+    journal_ = ExportJournal::create(setting_.journalFolder, choices, std::move(images), error);
+    if (!journal_) {
+        reason_ =
+            tr("The outcome of an export cannot be kept in “%1”: %2").arg(setting_.journalFolder, error);
+        return false;
+    }
+    std::vector<std::size_t> all(count);
+    std::iota(all.begin(), all.end(), std::size_t{0});
+    journal_->beginAttempt(choices, all, folder);
+    return true;
+}
+
+void ExportRun::beginImages(const QString& folder) {
+    std::vector<RecordedImage> images;
+    for (const std::size_t index : journal_->record().attempt)
+        images.push_back(journal_->record().images[index]);
+    plugIn_->exportManagerWillBeginExportToPath(folder);
+    exportThread_ = std::make_unique<ExportThread>(plugIn_, exportedImages(images), folder, self_,
+                                                   [watch = progressWatch_] { watch->look(); });
+}
+
+void ExportRun::imagePrepared(std::uint32_t index, const QString& path) {
+    if (end_ || !journal_)
+        return;
+    hasPreparedOne_ = true;
+    journal_->imagePrepared(index, path);
+}
+
+void ExportRun::imageWritten(std::uint32_t index, const QString& path) {
+    imagePrepared(index, path);
+}
+
+void ExportRun::imageLeftOut(std::uint32_t index) {
+    imageNotOffered(index, kCannotDecode);
+}
+
+void ExportRun::imageNotOffered(std::uint32_t index, const QString& reason) {
+    if (!end_ && journal_)
+        journal_->imageLeftOut(index, reason);
+}
+
+void ExportRun::imagesEnded(bool all) {
+    if (!all || end_ || cancelEnd_)
+        return;
+    if (!hasPreparedOne_ && !journal_->record().attempt.empty()) {
+        // Finishing would have the service process an event to which nothing was sent.
+        reason_ = kNothingPrepared;
+        cancelThroughPlugIn(End::Failed);
+        return;
+    }
+    plugIn_->exportManagerDidFinishExport();
+    progressWatch_->look();
+}
+
+void ExportRun::imageUploaded(const QString& path) {
+    // True also where the server's word comes after a cancel.
+    if (journal_)
+        journal_->imageUploaded(path);
+}
+
+void ExportRun::folderChainEnded(bool complete) {
+    if (!complete)
+        breakOff(kBrokeOff);
+}
+
+void ExportRun::uploadEnded(bool complete) {
+    if (!complete)
+        breakOff(kBrokeOff);
+}
+
+void ExportRun::alertShown(const hostapi::Alert& alert) {
+    ++openAlerts_;
+    if (!cancelEnd_)
+        cancelTimer_.stop();
+    if (alert.style == hostapi::AlertStyle::Critical && isExporting() && !end_)
+        reason_ = QStringList{alert.message, alert.informativeText.value_or(QString())}
+                      .join(QLatin1Char(' '))
+                      .trimmed();
+}
+
+void ExportRun::alertAnswered() {
+    --openAlerts_;
+    if (!reason_.isEmpty() && !cancelEnd_)
+        breakOff(reason_);
+}
+
+void ExportRun::breakOff(const QString& reason) {
+    if (end_ || cancelEnd_ || !isExporting())
+        return;
+    if (reason_.isEmpty())
+        reason_ = reason;
+    if (openAlerts_ == 0)
+        cancelTimer_.start(kPatienceWithTheBroken);
+}
+
+// --- The end ---
+
+void ExportRun::exportShouldCancel() {
+    if (cancelEnd_)
+        conclude(*cancelEnd_);
+    else if (isExporting())
+        conclude(reason_.isEmpty() ? End::Cancelled : End::Failed);
+}
+
+void ExportRun::exportShouldFinish() {
+    if (end_ || !journal_)
+        return;
+    journal_->processingConfirmed();
+    conclude(End::Finished);
+}
+
+void ExportRun::finishingRequestUnanswered() {
+    if (isExporting())
+        conclude(cancelEnd_.value_or(End::Unconfirmed));
+}
+
+void ExportRun::cancel() {
+    cancelThroughPlugIn(isExporting() ? End::Cancelled : End::NotBegun);
+}
+
+void ExportRun::cancelThroughPlugIn(End end) {
+    if (end_ || cancelEnd_)
+        return;
+    cancelEnd_ = end;
+    if (exportThread_)
+        exportThread_->stop();
+    cancelTimer_.start(kPatienceWithTheCancelled);
+    plugIn_->exportManagerShouldCancelExport();
+    // A login that is under way ends by itself: nobody has to wait for it.
+    if (end == End::NotBegun)
+        conclude(end);
+}
+
+void ExportRun::conclude(End end) {
+    if (end_)
+        return;
+    end_ = end;
+    cancelTimer_.stop();
+    lookTimer_.stop();
+    if (exportThread_)
+        exportThread_->stop();
+    if (journal_)
+        journal_->attemptEnded(end == End::Cancelled && reason_.isEmpty() ? kCancelled : reason_);
+    concluded_ = std::chrono::steady_clock::now();
+    standTimer_.start(kStandInterval);
+}
+
+void ExportRun::endOnceAllStands() {
+    const bool imagesMove = exportThread_ && exportThread_->isRunning() &&
+                            std::chrono::steady_clock::now() - concluded_ < kPatienceWithImages;
+    if (imagesMove || openAlerts_ > 0)
+        return;
+    standTimer_.stop();
+    plugIn_->willBeDeactivated();
+    Q_EMIT ended(*end_);
+}
+
+} // namespace host::desktop

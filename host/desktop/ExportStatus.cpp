@@ -1,0 +1,85 @@
+#include "host/desktop/ExportStatus.h"
+
+#include "host/desktop/Counting.h"
+
+#include <QtGui/QAccessible>
+#include <QtWidgets/QHBoxLayout>
+
+#include <algorithm>
+#include <bit>
+
+namespace host::desktop {
+
+namespace {
+
+constexpr int kBarWidth = 160;
+/// Of the sign bit nothing is left to a bar, which counts in `int`.
+constexpr int kBarBits = 31;
+
+/// The part of a message that stays the same within a stage, such as "Step 1 of 3".
+QString stageOf(const QString& message) {
+    return message.section(QLatin1Char(':'), 0, 0);
+}
+
+} // namespace
+
+ExportStatus::ExportStatus(QWidget* parent)
+    : QWidget(parent)
+    , message_(new QLabel)
+    , bar_(new QProgressBar)
+    , waiting_(new QLabel)
+    , cancelButton_(new QPushButton(tr("Cance&l Export"))) {
+    message_->setTextFormat(Qt::PlainText);
+    message_->setObjectName(QStringLiteral("exportMessage"));
+    waiting_->setObjectName(QStringLiteral("waitingLabel"));
+    cancelButton_->setObjectName(QStringLiteral("cancelExportButton"));
+    bar_->setAccessibleName(tr("Export progress"));
+    bar_->setFixedWidth(kBarWidth);
+    auto* const layout = new QHBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    for (QWidget* const part : std::initializer_list<QWidget*>{waiting_, message_, bar_, cancelButton_})
+        layout->addWidget(part);
+    connect(cancelButton_, &QPushButton::clicked, this, &ExportStatus::cancelRequested);
+    setWaiting(0);
+}
+
+void ExportStatus::showEvent(QShowEvent*) {
+    stage_.clear();
+    message_->clear();
+    bar_->setRange(0, 0);
+    cancelButton_->setEnabled(true);
+}
+
+void ExportStatus::follow(const hostapi::ExportProgress& progress) {
+    message_->setText(progress.message);
+    if (progress.indeterminateProgress) {
+        bar_->setRange(0, 0);
+    } else {
+        const int lowBits = std::max(0, static_cast<int>(std::bit_width(progress.totalValue)) - kBarBits);
+        // A bar without a range is a busy one: nothing to do is done.
+        bar_->setRange(0, std::max(1, static_cast<int>(progress.totalValue >> lowBits)));
+        bar_->setValue(static_cast<int>(std::min(progress.currentValue, progress.totalValue) >> lowBits));
+    }
+    announceStage(progress.message);
+}
+
+void ExportStatus::announceStage(const QString& message) {
+    if (stageOf(message) == stage_)
+        return;
+    stage_ = stageOf(message);
+    // Once a stage: the numbers are there for who asks for them.
+    QAccessibleEvent announcement(message_, QAccessible::Alert);
+    QAccessible::updateAccessibility(&announcement);
+}
+
+void ExportStatus::setWaiting(std::size_t count) {
+    waiting_->setText(count == 1 ? tr("1 further export waits.") : tr("%1 further exports wait.").arg(count));
+    waiting_->setVisible(count > 0);
+}
+
+void ExportStatus::setCancelling() {
+    cancelButton_->setEnabled(false);
+    message_->setText(tr("Cancelling the export…"));
+}
+
+} // namespace host::desktop

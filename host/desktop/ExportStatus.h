@@ -1,0 +1,41 @@
+#pragma once
+
+#include "hostapi/ExportProgress.h"
+
+#include <QtWidgets/QLabel>
+#include <QtWidgets/QProgressBar>
+#include <QtWidgets/QPushButton>
+#include <QtWidgets/QWidget>
+
+namespace host::desktop {
+
+/// Shows how the running export goes, in a window's status bar, with a button to cancel it. Main thread.
+class ExportStatus final : public QWidget {
+    Q_OBJECT
+
+public:
+    explicit ExportStatus(QWidget* parent = nullptr);
+
+    void follow(const hostapi::ExportProgress& progress);
+    /// How many exports wait for the running one.
+    void setWaiting(std::size_t count);
+    /// The cancel has begun.
+    void setCancelling();
+
+Q_SIGNALS:
+    void cancelRequested();
+
+protected:
+    void showEvent(QShowEvent* event) override;
+
+private:
+    void announceStage(const QString& message);
+
+    QLabel* message_;
+    QProgressBar* bar_;
+    QLabel* waiting_;
+    QPushButton* cancelButton_;
+    QString stage_;
+};
+
+} // namespace host::desktop

@@ -1,0 +1,138 @@
+#include "host/desktop/Exporter.h"
+
+#include "platform/Alert.h"
+
+namespace host::desktop {
+
+Exporter::Exporter(ExportSetting setting, QWidget& window)
+    : setting_(std::move(setting))
+    , window_(window) {}
+
+Exporter::~Exporter() = default;
+
+void Exporter::request(ExportJob job) {
+    enqueue({std::move(job), {}});
+}
+
+void Exporter::review(const QString& journalPath) {
+    enqueue({std::nullopt, journalPath});
+}
+
+void Exporter::enqueue(Task task) {
+    waiting_.push_back(std::move(task));
+    if (!isBusy())
+        next();
+    Q_EMIT waitingChanged();
+}
+
+void Exporter::next() {
+    if (isBusy() || waiting_.empty())
+        return;
+    Task task = std::move(waiting_.front());
+    waiting_.pop_front();
+    Q_EMIT waitingChanged();
+    if (task.job) {
+        start(std::move(*task.job));
+        return;
+    }
+    QString error;
+    if (auto journal = ExportJournal::open(task.journalPath, error))
+        openSummary(std::move(journal), std::nullopt, {});
+    else
+        showError(tr("What is known of this export cannot be read."), error);
+}
+
+void Exporter::start(ExportJob job) {
+    run_ = ExportRun::make(std::move(job), setting_);
+    connect(run_.get(), &ExportRun::begun, this, &Exporter::begun);
+    connect(run_.get(), &ExportRun::progressed, this, &Exporter::progressed);
+    // Queued: the run is let go of then.
+    connect(run_.get(), &ExportRun::ended, this, &Exporter::runEnded, Qt::QueuedConnection);
+    QString error;
+    if (run_->open(&window_, error))
+        return;
+    run_.reset();
+    showError(tr("The export plug-in cannot be used."), error);
+}
+
+void Exporter::cancel() {
+    if (run_)
+        run_->cancel();
+}
+
+void Exporter::cancelToQuit() {
+    quits_ = true;
+    cancel();
+}
+
+bool Exporter::isExporting() const {
+    return run_ && run_->isExporting();
+}
+
+void Exporter::runEnded(ExportRun::End end) {
+    const std::shared_ptr<ExportRun> run = std::move(run_);
+    run_.reset();
+    if (end == ExportRun::End::NotBegun) {
+        next();
+        return;
+    }
+    Q_EMIT ended();
+    if (quits_)
+        return;
+    QString reason = run->reason();
+    if (const auto failure = run->journalFailure())
+        reason += tr("\nThis outcome could not be kept on the disk: %1").arg(*failure);
+    if (auto journal = run->takeJournal())
+        openSummary(std::move(journal), end, reason.trimmed());
+    else
+        showError(tr("The export was not begun."), reason);
+}
+
+void Exporter::openSummary(std::unique_ptr<ExportJournal> journal, std::optional<ExportRun::End> end,
+                           const QString& reason) {
+    const SummaryText text = summaryText(journal->record(), end, reason);
+    summary_ = new SummaryDialog(std::move(journal), text, &window_);
+    connect(summary_, &QDialog::finished, this, &Exporter::summaryClosed);
+    summary_->open();
+}
+
+void Exporter::summaryClosed() {
+    SummaryDialog* const summary = summary_;
+    summary_ = nullptr;
+    summary->deleteLater();
+    std::unique_ptr<ExportJournal> journal = summary->takeJournal();
+    switch (summary->decision()) {
+    case SummaryDialog::Decision::ExportRemaining:
+    case SummaryDialog::Decision::AskForConfirmation: {
+        ExportJob job;
+        job.journal = std::move(journal);
+        job.confirmationOnly = summary->decision() == SummaryDialog::Decision::AskForConfirmation;
+        // Before those that wait: it is what its user is at.
+        waiting_.push_front({std::move(job), {}});
+        break;
+    }
+    case SummaryDialog::Decision::Forget:
+        if (!journal->discard())
+            showError(tr("The export could not be forgotten."), journal->path());
+        break;
+    case SummaryDialog::Decision::Close:
+        break;
+    }
+    journal.reset();
+    next();
+}
+
+void Exporter::showError(const QString& headline, const QString& details) {
+    platform::Alert(platform::AlertStyle::Critical, headline, details).beginSheet(&window_);
+    QMetaObject::invokeMethod(this, &Exporter::next, Qt::QueuedConnection);
+}
+
+std::vector<FoundJournal> Exporter::unfinished() const {
+    std::vector<FoundJournal> journals = journalsIn(setting_.journalFolder);
+    std::erase_if(journals, [](const FoundJournal& journal) {
+        return journal.isHeld || !journal.record || journal.record->isSettled();
+    });
+    return journals;
+}
+
+} // namespace host::desktop

@@ -1,0 +1,71 @@
+#pragma once
+
+#include "host/core/JournalFolder.h"
+#include "host/desktop/ExportJob.h"
+#include "host/desktop/ExportRun.h"
+#include "host/desktop/SummaryDialog.h"
+
+#include <QtCore/QObject>
+#include <QtCore/QPointer>
+
+#include <deque>
+#include <memory>
+#include <optional>
+
+namespace host::desktop {
+
+/// Does one export after the other, and shows what has become of each. Main thread.
+class Exporter final : public QObject {
+    Q_OBJECT
+
+public:
+    /// Dialogs open over `window`, which must outlive the exporter.
+    Exporter(ExportSetting setting, QWidget& window);
+    ~Exporter() override;
+
+    /// Opens the export's dialog, after those that are asked for already have ended.
+    void request(ExportJob job);
+    /// Shows what is known of an earlier export, after what is going on.
+    void review(const QString& journalPath);
+    void cancel();
+    /// Cancels what is going on, for an application that quits: `ended` follows, and nothing is shown.
+    void cancelToQuit();
+
+    /// A plug-in is at work for an export that has begun.
+    bool isExporting() const;
+    std::size_t waitingCount() const { return waiting_.size(); }
+    /// Those of the journals that have something left to do and belong to nobody else.
+    std::vector<FoundJournal> unfinished() const;
+
+Q_SIGNALS:
+    void begun();
+    void progressed(const hostapi::ExportProgress& progress);
+    /// An export that has begun is over; its summary follows.
+    void ended();
+    void waitingChanged();
+
+private:
+    struct Task {
+        std::optional<ExportJob> job;
+        QString journalPath; ///< To be shown, where there is no job.
+    };
+
+    bool isBusy() const { return run_ || summary_; }
+    void enqueue(Task task);
+    void next();
+    void start(ExportJob job);
+    void runEnded(ExportRun::End end);
+    void openSummary(std::unique_ptr<ExportJournal> journal, std::optional<ExportRun::End> end,
+                     const QString& reason);
+    void summaryClosed();
+    void showError(const QString& headline, const QString& details);
+
+    const ExportSetting setting_;
+    QWidget& window_;
+    std::shared_ptr<ExportRun> run_;
+    QPointer<SummaryDialog> summary_;
+    std::deque<Task> waiting_;
+    bool quits_ = false;
+};
+
+} // namespace host::desktop

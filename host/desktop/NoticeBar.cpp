@@ -1,0 +1,47 @@
+#include "host/desktop/NoticeBar.h"
+
+#include <QtGui/QAccessible>
+#include <QtWidgets/QHBoxLayout>
+#include <QtWidgets/QStyle>
+#include <QtWidgets/QToolButton>
+
+namespace host::desktop {
+
+NoticeBar::NoticeBar(QWidget* parent)
+    : QFrame(parent)
+    , text_(new QLabel)
+    , button_(new QPushButton) {
+    setFrameShape(QFrame::StyledPanel);
+    setAutoFillBackground(true);
+    setBackgroundRole(QPalette::ToolTipBase);
+    setForegroundRole(QPalette::ToolTipText);
+    text_->setForegroundRole(QPalette::ToolTipText);
+    text_->setTextFormat(Qt::PlainText);
+    text_->setObjectName(QStringLiteral("noticeText"));
+    button_->setObjectName(QStringLiteral("noticeButton"));
+    auto* const closeButton = new QToolButton;
+    closeButton->setIcon(style()->standardIcon(QStyle::SP_TitleBarCloseButton));
+    closeButton->setAutoRaise(true);
+    closeButton->setFocusPolicy(Qt::StrongFocus);
+    closeButton->setAccessibleName(tr("Close this notice"));
+    auto* const layout = new QHBoxLayout(this);
+    layout->addWidget(text_, 1);
+    layout->addWidget(button_);
+    layout->addWidget(closeButton);
+    connect(closeButton, &QToolButton::clicked, this, &QWidget::hide);
+    connect(button_, &QPushButton::clicked, this, [this] {
+        hide();
+        Q_EMIT activated();
+    });
+    hide();
+}
+
+void NoticeBar::showNotice(const QString& text, const QString& buttonText) {
+    text_->setText(text);
+    button_->setText(buttonText);
+    show();
+    QAccessibleEvent announcement(text_, QAccessible::Alert);
+    QAccessible::updateAccessibility(&announcement);
+}
+
+} // namespace host::desktop

@@ -1,0 +1,339 @@
+#include "tests/host/desktop/ExportWindow.h"
+
+#include <QtCore/QRegularExpression>
+#include <QtWidgets/QTreeWidget>
+
+using host::ImageOutcome;
+using test_support::waitUntil;
+
+TEST_F(ExportWindow, MakesTheCallsInTheirOrder) {
+    selectPictures(2);
+    exportToTheSummary();
+    QStringList log = plugIn_.log();
+    log.removeFirst(); // Where its temporary folder is.
+    const QString size = QString::number(QFileInfo(folder_.filePath(QStringLiteral("0.png"))).size());
+    EXPECT_EQ(log.join(QLatin1Char('\n')).toStdString(),
+              QStringLiteral("willBeActivated\nlogin ann/secret/0\nevent Smith Wedding\ncategory Ceremony/0\n"
+                             "pricing \nresize 0//\nquality 1200\ncolorspace 0\n"
+                             "willBeginExportToPath its own\n"
+                             "shouldExport 0\nwillExport 0\nshouldWrite 0 0.png %1 Smith\ndidWrite 0 0.png\n"
+                             "shouldExport 1\nwillExport 1\nshouldWrite 1 1.png %1 Smith\ndidWrite 1 1.png\n"
+                             "didFinishExport\nupload 0.jpg\nupload 1.jpg\nwillBeDeactivated")
+                  .arg(size)
+                  .toStdString());
+}
+
+TEST_F(ExportWindow, AFinishedExportIsSummedUpAndLeavesNothingToDo) {
+    selectPictures(3);
+    exportToTheSummary();
+    EXPECT_EQ(text("headline").toStdString(), "The export is finished.");
+    EXPECT_TRUE(text("details").contains(QStringLiteral("all 3 photographs")))
+        << text("details").toStdString();
+    EXPECT_FALSE(summary()->findChild<QTreeWidget*>());
+    EXPECT_FALSE(summary()->findChild<QAbstractButton*>(QStringLiteral("exportRemainingButton")));
+    ASSERT_EQ(foundJournals().size(), 1U);
+    EXPECT_TRUE(foundJournals().front().record->isSettled());
+    openWindow();
+    EXPECT_FALSE(visible<host::desktop::NoticeBar>());
+}
+
+TEST_F(ExportWindow, EqualStemsAndRenamedProjectsReachThePlugIn) {
+    folder_.picture(QStringLiteral("a.png"));
+    folder_.picture(QStringLiteral("a.jpg"));
+    window_->open({folder_.bytes()});
+    ASSERT_TRUE(waitUntil([this] { return table()->model()->rowCount() == 2; }));
+    table()->selectAll();
+    static_cast<host::desktop::PhotographModel*>(table()->model())
+        ->setProject({table()->model()->index(1, 0)}, QStringLiteral("Jones"));
+    exportToTheSummary();
+    EXPECT_TRUE(logged(QStringLiteral("shouldWrite 0 ")).endsWith(QStringLiteral(" Smith")));
+    EXPECT_TRUE(logged(QStringLiteral("shouldWrite 1 a-2.png ")).endsWith(QStringLiteral(" Jones")));
+}
+
+TEST_F(ExportWindow, OnlyTheSelectionIsExported) {
+    selectPictures(3);
+    table()->clearSelection();
+    EXPECT_FALSE(action("Export to Quillmark")->isEnabled());
+    table()->selectionModel()->select(table()->model()->index(1, 0), QItemSelectionModel::Select);
+    exportToTheSummary();
+    EXPECT_EQ(logged(QStringLiteral("shouldExport")).toStdString(), "shouldExport 0");
+    EXPECT_TRUE(logged(QStringLiteral("shouldWrite")).contains(QStringLiteral(" 1.png ")));
+}
+
+TEST_F(ExportWindow, WhatWasLeftOutIsListedWithItsReasonAndCanBeTriedAgain) {
+    plugIn_.tell("leaves-out=1");
+    selectPictures(3);
+    exportToTheSummary();
+    EXPECT_EQ(text("headline").toStdString(), "Some photographs were not exported.");
+    auto* const list = summary()->findChild<QTreeWidget*>();
+    ASSERT_TRUE(list);
+    ASSERT_EQ(list->topLevelItemCount(), 1);
+    EXPECT_EQ(list->topLevelItem(0)->text(0), QStringLiteral("1.png"));
+    EXPECT_EQ(list->topLevelItem(0)->text(1).toStdString(), "It cannot be read as a picture.");
+
+    plugIn_.tell("");
+    press(summary(), "exportRemainingButton");
+    ASSERT_TRUE(waitForDialog());
+    logIn();
+    press(exportDialog(), "exportButton");
+    ASSERT_TRUE(waitForSummary());
+    EXPECT_EQ(text("headline").toStdString(), "The export is finished.");
+    EXPECT_EQ(logged(QStringLiteral("shouldWrite [01] 1.png")).count(QLatin1Char(';')), 1);
+    EXPECT_EQ(logged(QStringLiteral("upload")).toStdString(), "upload 0.jpg;upload 2.jpg;upload 1.jpg");
+}
+
+TEST_F(ExportWindow, ABrokenOffUploadIsToldAndTheRestGoesWithTheSameChoicesAndNames) {
+    plugIn_.tell("upload-breaks=1");
+    selectPictures(3);
+    action("Export to Quillmark")->trigger();
+    ASSERT_TRUE(waitForDialog());
+    logIn();
+    choose(0, QStringLiteral("Typed"));
+    control<QSlider>(hostapi::panel::kQualitySlider)->setValue(700);
+    press(exportDialog(), "exportButton");
+    ASSERT_TRUE(waitForSummary());
+    EXPECT_EQ(text("headline").toStdString(), "The export failed.");
+    EXPECT_TRUE(text("details").contains(QStringLiteral("1 of 3 photographs")));
+    EXPECT_EQ(summary()->findChild<QTreeWidget*>()->topLevelItemCount(), 2);
+
+    plugIn_.tell("");
+    press(summary(), "exportRemainingButton");
+    ASSERT_TRUE(waitForDialog());
+    EXPECT_EQ(control<QLineEdit>(hostapi::panel::kUsernameField)->text(), QStringLiteral("ann"));
+    logIn();
+    ASSERT_TRUE(waitUntil([this] {
+        return control<QComboBox>(hostapi::panel::kCategoryChooser)->currentText() == QStringLiteral("Typed");
+    }));
+    EXPECT_EQ(control<QComboBox>(hostapi::panel::kEventChooser)->currentText(),
+              QStringLiteral("Smith Wedding"));
+    EXPECT_EQ(control<QSlider>(hostapi::panel::kQualitySlider)->value(), 700);
+    press(exportDialog(), "exportButton");
+    ASSERT_TRUE(waitForSummary());
+    EXPECT_EQ(text("headline").toStdString(), "The export is finished.");
+    EXPECT_EQ(logged(QStringLiteral("upload")).toStdString(), "upload 0.jpg;upload 1.jpg;upload 2.jpg");
+    ASSERT_EQ(foundJournals().size(), 1U);
+    EXPECT_TRUE(foundJournals().front().record->isSettled());
+}
+
+TEST_F(ExportWindow, ACriticalAlertIsTheReasonAndEndsTheExport) {
+    plugIn_.tell("alerts");
+    selectPictures(1);
+    exportToTheSummary();
+    EXPECT_EQ(messages_.texts, QStringList(QStringLiteral("It is so.|Line\nby line.")));
+    EXPECT_EQ(text("headline").toStdString(), "The export failed.");
+    EXPECT_TRUE(text("details").startsWith(QStringLiteral("It is so. Line\nby line.")));
+}
+
+TEST_F(ExportWindow, AnUnconfirmedExportIsNeverCalledFinishedAndAskedAboutAgain) {
+    plugIn_.tell("unanswered");
+    selectPictures(2);
+    exportToTheSummary();
+    const QString all = text("headline") + text("details");
+    EXPECT_FALSE(all.contains(QStringLiteral("finished"))) << all.toStdString();
+    EXPECT_TRUE(all.contains(QStringLiteral("did not confirm")));
+    EXPECT_TRUE(all.contains(QStringLiteral("all 2 photographs")));
+
+    plugIn_.tell("");
+    press(summary(), "askAgainButton");
+    ASSERT_TRUE(waitForDialog());
+    logIn();
+    press(exportDialog(), "exportButton");
+    ASSERT_TRUE(waitForSummary());
+    EXPECT_EQ(text("headline").toStdString(), "The export is finished.");
+    // Nothing was sent a second time.
+    EXPECT_EQ(logged(QStringLiteral("shouldExport")).toStdString(), "shouldExport 0;shouldExport 1");
+    EXPECT_EQ(plugIn_.log().count(QStringLiteral("didFinishExport")), 2);
+}
+
+TEST_F(ExportWindow, AnEarlierExportIsOfferedAfterARestart) {
+    plugIn_.tell("upload-breaks=1");
+    selectPictures(2);
+    exportToTheSummary();
+    summary()->reject();
+    openWindow();
+    auto* const notice = visible<host::desktop::NoticeBar>();
+    ASSERT_TRUE(notice);
+    EXPECT_TRUE(notice->findChild<QLabel*>(QStringLiteral("noticeText"))
+                    ->text()
+                    .contains(QStringLiteral("Smith Wedding")));
+    press(notice, "noticeButton");
+    ASSERT_TRUE(waitForSummary());
+    EXPECT_EQ(text("headline").toStdString(), "This export is not complete.");
+    plugIn_.tell("");
+    press(summary(), "exportRemainingButton");
+    ASSERT_TRUE(waitForDialog());
+    logIn();
+    press(exportDialog(), "exportButton");
+    ASSERT_TRUE(waitForSummary());
+    EXPECT_EQ(logged(QStringLiteral("upload")).toStdString(), "upload 0.jpg;upload 1.jpg");
+    EXPECT_TRUE(foundJournals().front().record->isSettled());
+}
+
+TEST_F(ExportWindow, TheRestMayGoSomewhereElseAsAnExportOfItsOwn) {
+    plugIn_.tell("upload-breaks=1");
+    selectPictures(2);
+    exportToTheSummary();
+    plugIn_.tell("");
+    press(summary(), "exportRemainingButton");
+    ASSERT_TRUE(waitForDialog());
+    logIn();
+    ASSERT_TRUE(waitUntil([this] {
+        return control<QComboBox>(hostapi::panel::kCategoryChooser)->currentText() ==
+               QStringLiteral("Ceremony");
+    }));
+    choose(1, QStringLiteral("Elsewhere"));
+    press(exportDialog(), "exportButton");
+    ASSERT_TRUE(waitForSummary());
+    EXPECT_EQ(text("headline").toStdString(), "The export is finished.");
+    // What is known of the first export stays true.
+    ASSERT_EQ(foundJournals().size(), 2U);
+    EXPECT_EQ(foundJournals().back().record->count(ImageOutcome::Uploaded), 1U);
+}
+
+TEST_F(ExportWindow, AnExportCanBeForgotten) {
+    plugIn_.tell("upload-breaks=0");
+    selectPictures(1);
+    exportToTheSummary();
+    messages_.wish = QMessageBox::Yes;
+    press(summary(), "forgetButton");
+    EXPECT_TRUE(waitUntil([this] { return foundJournals().empty(); }));
+    EXPECT_TRUE(QFile::exists(folder_.filePath(QStringLiteral("0.png"))));
+}
+
+TEST_F(ExportWindow, CancelInTheDialogExportsNothing) {
+    selectPictures(1);
+    action("Export to Quillmark")->trigger();
+    ASSERT_TRUE(waitForDialog());
+    press(exportDialog(), "cancelButton");
+    ASSERT_TRUE(waitUntil([this] { return plugIn_.log().contains(QStringLiteral("willBeDeactivated")); }));
+    EXPECT_TRUE(plugIn_.log().contains(QStringLiteral("shouldCancelExport")));
+    EXPECT_FALSE(summary());
+    EXPECT_TRUE(foundJournals().empty());
+    // The next dialog has a plug-in of its own.
+    action("Export to Quillmark")->trigger();
+    EXPECT_TRUE(waitForDialog());
+    EXPECT_EQ(plugIn_.log().count(QStringLiteral("willBeActivated")), 2);
+}
+
+TEST_F(ExportWindow, RefusedSettingsLeaveTheDialogOpen) {
+    plugIn_.tell("refuses");
+    selectPictures(1);
+    beginExport();
+    EXPECT_TRUE(waitUntil([this] { return !messages_.texts.isEmpty(); }));
+    EXPECT_TRUE(exportDialog());
+    EXPECT_TRUE(foundJournals().empty());
+}
+
+TEST_F(ExportWindow, TheDialogSaysThatTheListsCouldNotBeLoaded) {
+    plugIn_.tell("lists-fail");
+    selectPictures(1);
+    action("Export to Quillmark")->trigger();
+    ASSERT_TRUE(waitForDialog());
+    control<QPushButton>(hostapi::panel::kLoginButton)->click();
+    EXPECT_TRUE(waitUntil([this] {
+        return control<QLabel>(QLatin1String("notice"))
+            ->text()
+            .contains(QStringLiteral("could not be loaded"));
+    }));
+}
+
+TEST_F(ExportWindow, ASecondExportWaitsForTheFirst) {
+    plugIn_.tell("slow-images");
+    selectPictures(2);
+    beginExport();
+    auto* const status = window_->findChild<host::desktop::ExportStatus*>();
+    ASSERT_TRUE(waitUntil([status] { return status->isVisible(); }));
+    // The light table is there to be used.
+    EXPECT_FALSE(QApplication::activeModalWidget());
+    action("Export to Quillmark")->trigger();
+    EXPECT_FALSE(exportDialog());
+    EXPECT_TRUE(status->findChild<QLabel*>(QStringLiteral("waitingLabel"))->isVisible());
+    plugIn_.tell("");
+    ASSERT_TRUE(waitForSummary());
+    EXPECT_FALSE(exportDialog());
+    EXPECT_EQ(plugIn_.log().count(QStringLiteral("willBeActivated")), 1);
+    summary()->reject();
+    EXPECT_TRUE(waitForDialog());
+}
+
+TEST_F(ExportWindow, TheStatusFollowsTheRecord) {
+    plugIn_.tell("slow-images");
+    selectPictures(3);
+    beginExport();
+    auto* const status = window_->findChild<host::desktop::ExportStatus*>();
+    auto* const bar = status->findChild<QProgressBar*>();
+    ASSERT_TRUE(waitUntil([bar] { return bar->maximum() == 3 && bar->value() == 2; }));
+    EXPECT_EQ(status->findChild<QLabel*>(QStringLiteral("exportMessage"))->text(), QStringLiteral("Step 1"));
+    press(status, "cancelExportButton");
+    ASSERT_TRUE(waitForSummary());
+    EXPECT_EQ(text("headline").toStdString(), "The export was cancelled.");
+    EXPECT_FALSE(status->isVisible());
+    EXPECT_FALSE(logged(QStringLiteral("shouldExport 2")).size());
+    EXPECT_FALSE(plugIn_.log().contains(QStringLiteral("didFinishExport")));
+}
+
+TEST_F(ExportWindow, APlugInThatIgnoresTheCancelDoesNotHoldTheUserUp) {
+    plugIn_.tell("hangs ignores-cancel");
+    selectPictures(1);
+    beginExport();
+    ASSERT_TRUE(waitUntil([this] { return plugIn_.log().contains(QStringLiteral("didFinishExport")); }));
+    press(window_->findChild<host::desktop::ExportStatus*>(), "cancelExportButton");
+    EXPECT_TRUE(waitForSummary());
+}
+
+TEST_F(ExportWindow, ClosingAsksAndCancelsBeforeItQuits) {
+    plugIn_.tell("slow-images");
+    selectPictures(3);
+    beginExport();
+    ASSERT_TRUE(waitUntil([this] { return !logged(QStringLiteral("shouldWrite")).isEmpty(); }));
+    messages_.wish = QMessageBox::No;
+    window_->close();
+    EXPECT_TRUE(window_->isVisible());
+    EXPECT_FALSE(plugIn_.log().contains(QStringLiteral("shouldCancelExport")));
+    messages_.wish = QMessageBox::Yes;
+    window_->close();
+    EXPECT_TRUE(waitUntil([this] { return !window_->isVisible(); }));
+    EXPECT_TRUE(plugIn_.log().contains(QStringLiteral("shouldCancelExport")));
+    EXPECT_FALSE(summary());
+    window_.reset();
+    ASSERT_EQ(foundJournals().size(), 1U);
+    EXPECT_EQ(foundJournals().front().record->remaining().size(), 3U);
+}
+
+TEST_F(ExportWindow, APlugInThatCannotBeMadeIsSaid) {
+    plugIn_.tell("unmakable");
+    selectPictures(1);
+    action("Export to Quillmark")->trigger();
+    ASSERT_TRUE(waitUntil([this] { return !messages_.texts.isEmpty(); }));
+    EXPECT_TRUE(messages_.texts.first().contains(QStringLiteral("it does not want to be made")));
+    plugIn_.tell("");
+    action("Export to Quillmark")->trigger();
+    EXPECT_TRUE(waitForDialog());
+}
+
+TEST_F(ExportWindow, WithoutAJournalNothingIsExported) {
+    QFile inTheWay(journals());
+    ASSERT_TRUE(inTheWay.open(QIODevice::WriteOnly));
+    selectPictures(1);
+    beginExport();
+    ASSERT_TRUE(waitUntil([this] { return !messages_.texts.isEmpty(); }));
+    EXPECT_TRUE(messages_.texts.first().startsWith(QStringLiteral("The export was not begun.")));
+    EXPECT_TRUE(logged(QStringLiteral("shouldExport")).isEmpty());
+    EXPECT_TRUE(plugIn_.log().contains(QStringLiteral("shouldCancelExport")));
+}
+
+TEST_F(ExportWindow, NothingPreparedIsAFailureThatAsksTheServiceForNothing) {
+    plugIn_.tell("leaves-out=0");
+    selectPictures(1);
+    exportToTheSummary();
+    EXPECT_EQ(text("headline").toStdString(), "The export failed.");
+    EXPECT_FALSE(plugIn_.log().contains(QStringLiteral("didFinishExport")));
+}
+
+TEST_F(ExportWindow, TheFirstWordOfThePlugInCounts) {
+    plugIn_.tell("cancels-then-finishes");
+    selectPictures(1);
+    exportToTheSummary();
+    EXPECT_EQ(text("headline").toStdString(), "The export was cancelled.");
+    EXPECT_FALSE(foundJournals().front().record->processingConfirmed);
+}

@@ -1,0 +1,159 @@
+#pragma once
+
+#include "host/core/JournalFolder.h"
+#include "host/core/MemoryStores.h"
+#include "host/desktop/MainWindow.h"
+#include "hostapi/SettingsPanel.h"
+#include "tests/host/FakePlugInScript.h"
+#include "tests/host/desktop/PhotographFolder.h"
+#include "tests/support/Waiting.h"
+
+#include <QtTest/QTest>
+#include <QtWidgets/QApplication>
+#include <QtWidgets/QCheckBox>
+#include <QtWidgets/QComboBox>
+#include <QtWidgets/QGroupBox>
+#include <QtWidgets/QLineEdit>
+#include <QtWidgets/QMessageBox>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <optional>
+
+/// Answers every message box with the button that is wished for, and keeps what it said.
+class MessageAnswers {
+public:
+    MessageAnswers() {
+        QObject::connect(&timer_, &QTimer::timeout, &timer_, [this] { answerOne(); });
+        timer_.start(5);
+    }
+    QStringList texts;
+    QMessageBox::StandardButton wish = QMessageBox::Ok;
+
+private:
+    void answerOne() {
+        for (QWidget* const widget : QApplication::topLevelWidgets()) {
+            auto* const box = qobject_cast<QMessageBox*>(widget);
+            if (!box || !box->isVisible())
+                continue;
+            QAbstractButton* const wished = box->button(wish);
+            texts << box->text() + QLatin1Char('|') + box->informativeText();
+            (wished ? wished : box->button(QMessageBox::Ok))->click();
+            return;
+        }
+    }
+    QTimer timer_;
+};
+
+/// The application's window with a plug-in that does what a test tells it, driven by its real controls.
+class ExportWindow : public testing::Test {
+protected:
+    ExportWindow() { openWindow(); }
+
+    /// As a new start of the application.
+    void openWindow() {
+        window_.reset();
+        window_ = std::make_unique<host::desktop::MainWindow>(
+            host::desktop::ExportSetting{FakePlugInScript::bundlePath(), journals(), nullptr, defaults_});
+        window_->show();
+    }
+
+    QString journals() const { return state_.filePath(QStringLiteral("journals")); }
+    std::vector<host::FoundJournal> foundJournals() const { return host::journalsIn(journals()); }
+
+    void selectPictures(int count) {
+        for (int i = 0; i < count; ++i)
+            folder_.picture(QStringLiteral("%1.png").arg(i));
+        window_->open({folder_.bytes()});
+        ASSERT_TRUE(test_support::waitUntil([this, count] { return table()->model()->rowCount() == count; }));
+        table()->selectAll();
+    }
+
+    host::desktop::LightTable* table() const { return window_->findChild<host::desktop::LightTable*>(); }
+
+    QAction* action(const char* text) const {
+        for (QAction* const action : window_->findChildren<QAction*>()) {
+            if (action->text().remove(QLatin1Char('&')).startsWith(QLatin1String(text)))
+                return action;
+        }
+        return nullptr;
+    }
+
+    template <typename Dialog>
+    Dialog* visible() const {
+        for (auto* const dialog : window_->findChildren<Dialog*>()) {
+            if (dialog->isVisible())
+                return dialog;
+        }
+        return nullptr;
+    }
+    host::desktop::ExportDialog* exportDialog() const { return visible<host::desktop::ExportDialog>(); }
+    host::desktop::SummaryDialog* summary() const { return visible<host::desktop::SummaryDialog>(); }
+    bool waitForDialog() const {
+        return test_support::waitUntil([this] { return exportDialog() != nullptr; });
+    }
+    bool waitForSummary() const {
+        return test_support::waitUntil([this] { return summary() != nullptr; });
+    }
+
+    template <typename Control>
+    Control* control(QLatin1String name) const {
+        return exportDialog()->findChild<Control*>(name);
+    }
+
+    void press(QWidget* parent, const char* name) {
+        auto* const button = parent->findChild<QAbstractButton*>(QLatin1String(name));
+        ASSERT_TRUE(button) << name;
+        QTest::mouseClick(button, Qt::LeftButton);
+    }
+
+    void logIn(const QString& account = QStringLiteral("ann")) {
+        namespace panel = hostapi::panel;
+        control<QLineEdit>(panel::kUsernameField)->setText(account);
+        control<QLineEdit>(panel::kPasswordField)->setText(QStringLiteral("secret"));
+        QTest::mouseClick(control<QPushButton>(panel::kLoginButton), Qt::LeftButton);
+        ASSERT_TRUE(test_support::waitUntil([this] {
+            return control<QPushButton>(panel::kLoginButton)->isEnabled() &&
+                   control<QComboBox>(panel::kEventChooser)->count() > 0;
+        }));
+    }
+
+    void choose(int event, const QString& category) {
+        namespace panel = hostapi::panel;
+        auto* const events = control<QComboBox>(panel::kEventChooser);
+        events->setCurrentIndex(event);
+        Q_EMIT events->activated(event);
+        control<QComboBox>(panel::kCategoryChooser)->setEditText(category);
+    }
+
+    /// The selection, from the menu to the dialog's button.
+    void beginExport() {
+        action("Export to Quillmark")->trigger();
+        ASSERT_TRUE(waitForDialog());
+        logIn();
+        choose(0, QStringLiteral("Ceremony"));
+        press(exportDialog(), "exportButton");
+    }
+    void exportToTheSummary() {
+        beginExport();
+        ASSERT_TRUE(waitForSummary());
+    }
+
+    QString text(const char* label) const {
+        return summary()->findChild<QLabel*>(QLatin1String(label))->text();
+    }
+    /// The lines of the plug-in's log that begin so.
+    QString logged(const QString& beginning) const {
+        return plugIn_.log()
+            .filter(QRegularExpression(QStringLiteral("^") + beginning))
+            .join(QLatin1Char(';'));
+    }
+
+    FakePlugInScript plugIn_;
+    PhotographFolder folder_;
+    QTemporaryDir state_;
+    std::shared_ptr<host::MemoryDefaultsStore> defaults_ = std::make_shared<host::MemoryDefaultsStore>();
+    MessageAnswers messages_;
+    std::unique_ptr<host::desktop::MainWindow> window_;
+};
