@@ -30,10 +30,16 @@ constexpr std::string_view kHEIFLoader = "VipsForeignLoadHeifBuffer";
 /// The only ones that data is handed to: those of the formats that photographs come in.
 constexpr std::array kLoaders{kJPEGLoader, kPNGLoader, kTIFFLoader, kWebPLoader, kHEIFLoader};
 
-/// What an image may measure. Most are decoded a few lines at a time, and only the time that it takes
-/// bounds them; the second bound is for those that a decoder holds in memory as a whole.
+/// What an image may measure: most are decoded a few lines at a time, and only the time that it takes bounds
+/// them.
 constexpr std::uint64_t kMostPixels = std::uint64_t{1} << 30;
-constexpr std::uint64_t kMostPixelsInMemory = std::uint64_t{1} << 28;
+/// A file that is so small for so many pixels holds no photograph: it is made to keep a decoder busy.
+constexpr std::uint64_t kManyPixels = std::uint64_t{1} << 28;
+constexpr std::uint64_t kMostPixelsPerByte = 100;
+/// What a decoder may hold of an image at once, together with an encoder.
+constexpr std::uint64_t kMostBytesHeld = std::uint64_t{896} << 20;
+/// Each scan passes the whole image; encoders make a dozen.
+constexpr int kMostScans = 100;
 
 /// PNG, section 11.2.5: the empty chunk that ends a file, with its length and check sum.
 constexpr QByteArrayView kPNGEnd("\0\0\0\0IEND\xAE\x42\x60\x82", 12);
@@ -65,16 +71,37 @@ VImage load(const QByteArray& data, vips::VOption* options) {
     return VImage::new_from_buffer(data.constData(), static_cast<std::size_t>(data.size()), "", options);
 }
 
-bool isDecodedAsAWhole(const VImage& header, std::string_view loader) {
-    return loader == kWebPLoader || loader == kHEIFLoader || header.get_typeof("interlaced") != 0;
-}
-
 std::uint64_t pixelCount(const VImage& image) {
     return static_cast<std::uint64_t>(image.width()) * static_cast<std::uint64_t>(image.height());
 }
 
-bool isOfSaneSize(const VImage& header, std::string_view loader) {
-    return pixelCount(header) <= (isDecodedAsAWhole(header, loader) ? kMostPixelsInMemory : kMostPixels);
+/// What a JPEG's coefficients take where they are held all at once.
+std::uint64_t bytesOfCoefficients(const VImage& image) {
+    return pixelCount(image) * static_cast<std::uint64_t>(image.bands()) * sizeof(std::int16_t);
+}
+
+/// What a decoder holds of the image at once, at most.
+std::uint64_t bytesHeld(const VImage& header, std::string_view loader) {
+    constexpr std::uint64_t kWebPSize = 4 + 4; // The decoder's own pixels, and those that it delivers.
+    constexpr std::uint64_t kHEIFCopies = 3;   // The codec's, the container's, and the delivered ones.
+    const std::uint64_t pixels = pixelCount(header);
+    const std::uint64_t pixelSize = VIPS_IMAGE_SIZEOF_PEL(header.get_image());
+    if (loader == kWebPLoader)
+        return pixels * kWebPSize;
+    if (loader == kHEIFLoader)
+        return pixels * pixelSize * kHEIFCopies;
+    if (header.get_typeof("interlaced") == 0)
+        return 0;
+    return loader == kJPEGLoader ? bytesOfCoefficients(header) : pixels * pixelSize;
+}
+
+bool isWithinBounds(const VImage& header, std::string_view loader, const QByteArray& data) {
+    const std::uint64_t pixels = pixelCount(header);
+    if (pixels > kMostPixels || bytesHeld(header, loader) > kMostBytesHeld)
+        return false;
+    if (pixels > kManyPixels && pixels / kMostPixelsPerByte > static_cast<std::uint64_t>(data.size()))
+        return false;
+    return loader != kJPEGLoader || header.get_typeof("interlaced") == 0 || scanCount(data) <= kMostScans;
 }
 
 /// What the component behind the colour is; without a value where the file shows that it was cut off,
@@ -122,8 +149,9 @@ QByteArray bytesOf(const Blob& blob) {
 }
 
 /// The encoder drops the profile along with all metadata, so the profile is put back.
-std::optional<QByteArray> encoded(const Pixels& pixels, double quality) {
-    const bool hasOwnCodes = pixelCount(pixels.image()) <= kMostPixelsWithOwnCodes;
+std::optional<QByteArray> encoded(const Pixels& pixels, double quality, std::uint64_t heldByDecoder) {
+    const bool hasOwnCodes = pixelCount(pixels.image()) <= kMostPixelsWithOwnCodes &&
+                             heldByDecoder + bytesOfCoefficients(pixels.image()) <= kMostBytesHeld;
     const Blob jpeg(pixels.image().jpegsave_buffer(VImage::option()
                                                        ->set("Q", encoderQuality(quality))
                                                        ->set("optimize_coding", hasOwnCodes)
@@ -172,6 +200,7 @@ struct Image::Source {
     std::uint32_t width = 0;
     std::uint32_t height = 0;
     bool isJPEG = false;
+    std::uint64_t bytesHeld = 0; ///< By the decoder, at most.
     Pixels::Extra extra = Pixels::Extra::Alpha;
 };
 
@@ -208,11 +237,11 @@ std::unique_ptr<Image> Image::open(const QByteArray& data) {
     return unlessItFails([&]() -> std::unique_ptr<Image> {
         const VImage header = load(data, loadOptions());
         const auto extra = extraComponent(data, loader);
-        if (!extra || !isOfSaneSize(header, loader))
+        if (!extra || !isWithinBounds(header, loader, data))
             return nullptr;
-        return std::unique_ptr<Image>(new Image(std::make_unique<Source>(
-            Source{data, static_cast<std::uint32_t>(header.width()),
-                   static_cast<std::uint32_t>(header.height()), loader == kJPEGLoader, *extra})));
+        return std::unique_ptr<Image>(new Image(std::make_unique<Source>(Source{
+            data, static_cast<std::uint32_t>(header.width()), static_cast<std::uint32_t>(header.height()),
+            loader == kJPEGLoader, bytesHeld(header, loader), *extra})));
     });
 }
 
@@ -240,14 +269,15 @@ std::optional<QByteArray> Image::scaledJPEG(std::int32_t width, std::int32_t hei
             options->set("shrink", shrinkOnLoad(std::min(double(source_->width) / width,
                                                          double(source_->height) / height)));
         const Pixels pixels = Pixels(load(source_->data, options), source_->extra).scaledTo(width, height);
-        return encoded(pixels.convertedTo(colorSpace), quality);
+        return encoded(pixels.convertedTo(colorSpace), quality, source_->bytesHeld);
     });
 }
 
 std::optional<QByteArray> Image::asJPEG(double quality) const {
     const HeapTrim afterwards;
     return unlessItFails([&] {
-        return encoded(Pixels(load(source_->data, loadOptions()), source_->extra).withEightBits(), quality);
+        return encoded(Pixels(load(source_->data, loadOptions()), source_->extra).withEightBits(), quality,
+                       source_->bytesHeld);
     });
 }
 

@@ -20,6 +20,20 @@ constexpr qsizetype kICCHeaderSize = kLengthSize + qsizetype(sizeof kICCIdentifi
 constexpr qsizetype kBytesPerSegment = kLongestSegment - kICCHeaderSize;
 constexpr qsizetype kMostSegments = 255;
 
+// Bytes after 0xFF, in ITU T.81, table B.1.
+constexpr unsigned char kFill = 0xFF;
+constexpr unsigned char kStuffing = 0x00;
+constexpr unsigned char kTemporary = 0x01;
+constexpr unsigned char kFirstRestart = 0xD0;
+constexpr unsigned char kStartOfAnImage = 0xD8; // The last that stands without a segment, but for the next.
+constexpr unsigned char kEndOfImage = 0xD9;
+constexpr unsigned char kStartOfScan = 0xDA;
+
+bool beginsSegment(unsigned char marker) {
+    return marker != kStuffing && marker != kTemporary &&
+           (marker < kFirstRestart || marker > kStartOfAnImage);
+}
+
 bool markerStands(const QByteArray& jpeg, qsizetype position, const char* marker) {
     return jpeg.size() >= position + kMarkerSize && jpeg[position] == marker[0] &&
            jpeg[position + 1] == marker[1];
@@ -62,6 +76,23 @@ std::optional<QByteArray> withICCProfile(const QByteArray& jpeg, const QByteArra
                       i + 1, count);
     out.append(QByteArrayView(jpeg).sliced(split));
     return out;
+}
+
+int scanCount(QByteArrayView jpeg) {
+    int count = 0;
+    qsizetype at = 0;
+    while ((at = jpeg.indexOf(static_cast<char>(kFill), at)) >= 0 && ++at < jpeg.size()) {
+        const auto marker = static_cast<unsigned char>(jpeg[at]);
+        if (marker == kEndOfImage)
+            break;
+        if (marker == kFill || !beginsSegment(marker))
+            continue;
+        if (marker == kStartOfScan)
+            ++count;
+        if (++at + kLengthSize <= jpeg.size())
+            at += qFromBigEndian<quint16>(jpeg.data() + at);
+    }
+    return count;
 }
 
 } // namespace platform

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QtCore/QByteArray>
+#include <QtCore/QByteArrayView>
 
 #include <optional>
 
@@ -10,5 +11,9 @@ namespace platform {
 /// segment (ICC.1, annex B.4). Without a value where the profile needs more than the 255 segments
 /// that can be numbered, or `jpeg` doesn't begin as a JPEG does.
 std::optional<QByteArray> withICCProfile(const QByteArray& jpeg, const QByteArray& profile);
+
+/// The scans that a decoder passes the whole picture for, one after the other: a dozen in a progressive JPEG,
+/// one in most others. The data may be anything.
+int scanCount(QByteArrayView jpeg);
 
 } // namespace platform

@@ -3,7 +3,6 @@
 #include "platform/Image.h"
 #include "tests/support/Pictures.h"
 
-#include <QtCore/QtEndian>
 #include <QtGui/QImage>
 
 #include <gtest/gtest.h>
@@ -433,35 +432,6 @@ TEST(Image, MoreThanTheBestQualityIsTheBest) {
 }
 
 // --- Bounds ---
-
-namespace {
-
-/// A PNG that states a size and has no pixels.
-QByteArray emptyPNG(quint32 width, quint32 height, bool interlaced) {
-    QByteArray png =
-        file(VImage::black(8, 8), interlaced ? ".png[interlace,bitdepth=1]" : ".png[bitdepth=1]");
-    qToBigEndian(width, png.data() + 16);
-    qToBigEndian(height, png.data() + 20);
-    quint32 crc = ~0U;
-    for (const char byte : png.mid(12, 17)) {
-        crc ^= static_cast<unsigned char>(byte);
-        for (int bit = 0; bit < 8; ++bit)
-            crc = (crc >> 1) ^ (crc & 1 ? 0xEDB88320U : 0U);
-    }
-    qToBigEndian(~crc, png.data() + 29);
-    return png;
-}
-
-} // namespace
-
-TEST(Image, AbsurdSizesAreRefusedByTheHeader) {
-    platform::startImageLibrary();
-    EXPECT_TRUE(Image::open(emptyPNG(4000, 3000, false)));
-    EXPECT_FALSE(Image::open(emptyPNG(100'000, 100'000, false)));
-    EXPECT_TRUE(Image::open(emptyPNG(20'000, 20'000, false)));
-    EXPECT_FALSE(Image::open(emptyPNG(20'000, 20'000, true)))
-        << "an interlaced one is held in memory as a whole";
-}
 
 TEST(Image, AnImmensePictureIsEncodedWithTheStandardsCodes) {
     // The encoder would have to hold all of it for codes of its own.

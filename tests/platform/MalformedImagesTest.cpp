@@ -2,9 +2,10 @@
 // spare. A program of its own: the high-water mark of memory is the whole process's.
 
 #include "platform/Image.h"
+#include "platform/JPEGSegments.h"
 #include "tests/support/Pictures.h"
 
-#include <QtCore/QFile>
+#include <QtCore/QtEndian>
 
 #include <gtest/gtest.h>
 
@@ -15,6 +16,7 @@
 #include <iostream>
 #include <random>
 #include <string_view>
+#include <utility>
 
 using platform::ColorSpace;
 using platform::Image;
@@ -72,6 +74,70 @@ bool isPrepared(const QByteArray& data) {
         return false;
     const bool isScaled = image->scaledJPEG(20, 15, *ColorSpace::sRGB(), kBest).has_value();
     return image->asJPEG(kBest).has_value() || isScaled;
+}
+
+/// A PNG that states a size and has no pixels.
+QByteArray emptyPNG(quint32 width, quint32 height, const char* writer) {
+    QByteArray png = file(gradient(8, 8), writer);
+    qToBigEndian(width, png.data() + 16);
+    qToBigEndian(height, png.data() + 20);
+    quint32 crc = ~0U;
+    for (const char byte : png.mid(12, 17)) {
+        crc ^= static_cast<unsigned char>(byte);
+        for (int bit = 0; bit < 8; ++bit)
+            crc = (crc >> 1) ^ (crc & 1 ? 0xEDB88320U : 0U);
+    }
+    qToBigEndian(~crc, png.data() + 29);
+    return png;
+}
+
+/// A small JPEG that states another size.
+QByteArray jpegOfSize(quint16 width, quint16 height, const char* writer) {
+    QByteArray jpeg = file(gradient(40, 30), writer);
+    const qsizetype frame = std::max(jpeg.indexOf("\xFF\xC0"), jpeg.indexOf("\xFF\xC2"));
+    qToBigEndian(height, jpeg.data() + frame + 5);
+    qToBigEndian(width, jpeg.data() + frame + 7);
+    return jpeg;
+}
+
+/// Replaces a 32-bit number that stands in the file once, or more often.
+QByteArray withNumber(QByteArray data, const QByteArray& before, quint32 number, bool isBigEndian) {
+    QByteArray bytes(4, '\0');
+    if (isBigEndian)
+        qToBigEndian(number, bytes.data());
+    else
+        qToLittleEndian(number, bytes.data());
+    qsizetype at = 0;
+    int count = 0;
+    for (; (at = data.indexOf(before, at)) >= 0; at += before.size(), ++count)
+        data.replace(at + before.size(), bytes.size(), bytes);
+    EXPECT_GT(count, 0);
+    return data;
+}
+
+/// The spatial extents of a HEIF (ISO 23008-12, 6.5.3) stand behind the box's type, version and flags.
+QByteArray heifOfSize(quint32 width, quint32 height, const char* writer) {
+    QByteArray data = file(gradient(64, 64), writer);
+    const QByteArray extents("ispe\0\0\0\0", 8);
+    QByteArray widthBytes(4, '\0');
+    qToBigEndian(width, widthBytes.data());
+    data = withNumber(data, extents, width, true);
+    return withNumber(data, extents + widthBytes, height, true);
+}
+
+/// The width and height of a small TIFF are one SHORT each, in entries of twelve bytes: tag, type, count,
+/// value.
+QByteArray tiffOfSize(quint32 width, quint32 height, const char* writer) {
+    QByteArray data = file(gradient(40, 30), writer);
+    const auto setEntry = [&](const char* beginning, quint32 value) {
+        const qsizetype entry = data.indexOf(QByteArray::fromHex(beginning));
+        ASSERT_GE(entry, 0);
+        data[entry + 2] = '\4'; // LONG.
+        qToLittleEndian(value, data.data() + entry + 8);
+    };
+    setEntry("000103000100000028000000", width);
+    setEntry("01010300010000001e000000", height);
+    return data;
 }
 
 using Random = std::mt19937;
@@ -151,4 +217,59 @@ TEST(MalformedImages, NeverCrashHangOrTakeMoreThanAGigabyte) {
               << " s each, " << peakKilobytes() / 1024 << " MiB at the peak\n";
     EXPECT_GE(count, 1000);
     EXPECT_LT(prepared, count) << "some damage is noticed";
+}
+
+TEST(MalformedImages, ASmallFileOf50000By50000PixelsIsUndecodable) {
+    constexpr quint32 kSide = 50'000;
+    platform::startImageLibrary();
+    for (const char* writer : {".png", ".png[interlace]", ".png[bitdepth=1]"})
+        EXPECT_FALSE(Image::open(emptyPNG(kSide, kSide, writer))) << writer;
+    for (const char* writer : {".jpg", ".jpg[interlace]"})
+        EXPECT_FALSE(Image::open(jpegOfSize(kSide, kSide, writer))) << writer;
+    for (const char* writer : {".tif", ".tif[compression=deflate]"})
+        EXPECT_FALSE(isPrepared(tiffOfSize(kSide, kSide, writer))) << writer;
+    for (const char* writer : {".heic", ".avif[compression=av1,speed=9]"})
+        EXPECT_FALSE(isPrepared(heifOfSize(kSide, kSide, writer))) << writer;
+    EXPECT_LT(peakKilobytes(), kMostKilobytes);
+}
+
+TEST(MalformedImages, TheSameFilesWithASizeThatFitsAreOpened) {
+    platform::startImageLibrary();
+    EXPECT_TRUE(Image::open(emptyPNG(4000, 3000, ".png")));
+    EXPECT_TRUE(Image::open(jpegOfSize(4000, 3000, ".jpg[interlace]")));
+    EXPECT_TRUE(isPrepared(tiffOfSize(20, 15, ".tif")));
+    EXPECT_TRUE(isPrepared(heifOfSize(64, 64, ".heic")));
+}
+
+TEST(MalformedImages, WhatADecoderWouldHoldBeyondAGigabyteIsUndecodable) {
+    platform::startImageLibrary();
+    EXPECT_TRUE(Image::open(emptyPNG(16'000, 16'000, ".png[interlace]")));
+    EXPECT_FALSE(Image::open(emptyPNG(20'000, 20'000, ".png[interlace]")));
+    EXPECT_TRUE(Image::open(jpegOfSize(12'000, 12'000, ".jpg[interlace]")));
+    EXPECT_FALSE(Image::open(jpegOfSize(16'000, 16'000, ".jpg[interlace]")));
+    EXPECT_FALSE(Image::open(heifOfSize(16'000, 16'000, ".heic")));
+    // All of a WebP of 16383 by 16383 grey pixels.
+    EXPECT_FALSE(Image::open(
+        QByteArray::fromHex("524946461e000000574542505650384c110000002ffebfff0f0750c1e295b1ff8188e87f0000")));
+}
+
+TEST(MalformedImages, AFewBytesForManyPixelsHoldNoPhotograph) {
+    platform::startImageLibrary();
+    const QByteArray small = emptyPNG(30'000, 30'000, ".png");
+    EXPECT_FALSE(Image::open(small));
+    // Behind the last chunk nothing is read: the file's size is what differs.
+    EXPECT_TRUE(Image::open(small + QByteArray(30'000 * 30'000 / 100, 'x')));
+    EXPECT_TRUE(Image::open(emptyPNG(16'000, 16'000, ".png"))) << "not too many to be decoded";
+}
+
+TEST(MalformedImages, AJPEGOfMoreScansThanAnyEncoderMakesIsUndecodable) {
+    const auto ofScans = [](int count) {
+        const QByteArray jpeg = file(gradient(40, 30), ".jpg[interlace]");
+        const qsizetype last = jpeg.lastIndexOf("\xFF\xDA");
+        const QByteArray scan = jpeg.mid(last).chopped(2);
+        return jpeg.chopped(2) + scan.repeated(count - platform::scanCount(jpeg)) + jpeg.right(2);
+    };
+    EXPECT_EQ(platform::scanCount(ofScans(100)), 100);
+    EXPECT_TRUE(Image::open(ofScans(100)));
+    EXPECT_FALSE(Image::open(ofScans(101)));
 }
