@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <system_error>
 #include <utility>
 
 namespace platform {
@@ -99,8 +100,15 @@ bool FTPWriteStream::Channel::open() {
         transfer_ = std::make_shared<FTPTransfer>(std::exchange(request_, {}), weak_from_this());
         transfer = transfer_;
     }
-    FTPWorker::shared().start(transfer);
-    return true;
+    try {
+        FTPWorker::shared().start(transfer);
+        return true;
+    } catch (const std::system_error& failure) {
+        const std::lock_guard lock(mutex_);
+        state_ = State::Ended;
+        error_ = {kStreamErrorDomainPOSIX, failure.code().value()};
+        return false;
+    }
 }
 
 /// Bytes of the file that `write` has not taken yet.

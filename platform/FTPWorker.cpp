@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <atomic>
 #include <csignal>
 #include <utility>
 
@@ -22,6 +23,9 @@ constexpr std::chrono::hours kNothingToDo{1};
 
 using Clock = std::chrono::steady_clock;
 
+/// The one that `FTPWorker::shared` has made, if it has.
+std::atomic<FTPWorker*> theWorker{nullptr};
+
 /// Signals are the application's; OpenSSL's writes to a socket that the server has left would even end it.
 void blockSignals() {
     sigset_t all;
@@ -37,6 +41,7 @@ FTPWorker& FTPWorker::shared() {
     static const struct Ending {
         ~Ending() { worker->end(); }
     } ending;
+    theWorker = worker;
     return *worker;
 }
 
@@ -95,6 +100,11 @@ void FTPWorker::stop(const std::shared_ptr<FTPTransfer>& transfer) {
 }
 
 void FTPWorker::wakeAll() {
+    if (FTPWorker* const worker = theWorker)
+        worker->wakeClients();
+}
+
+void FTPWorker::wakeClients() {
     Transfers all;
     {
         const std::lock_guard lock(mutex_);

@@ -16,8 +16,11 @@ namespace platform {
 /// thread ever calls it. One multi handle keeps the control connection from one transfer to the next.
 class FTPWorker {
 public:
-    /// Starts the thread at the first call. It ends with the process.
+    /// Starts the thread at the first call; it ends with the process. Throws std::system_error where there is
+    /// none yet and the system has none left.
     static FTPWorker& shared();
+    /// Tells every client whose transfer has not ended to wake. Any thread.
+    static void wakeAll();
 
     FTPWorker(const FTPWorker&) = delete;
     FTPWorker& operator=(const FTPWorker&) = delete;
@@ -27,8 +30,6 @@ public:
     void resume(const std::shared_ptr<FTPTransfer>& transfer);
     /// Cuts the transfer's connections, even where libcurl waits for one of them, unless it has ended.
     void stop(const std::shared_ptr<FTPTransfer>& transfer);
-    /// Tells every client whose transfer has not ended to wake.
-    void wakeAll();
 
 private:
     using Transfers = std::vector<std::shared_ptr<FTPTransfer>>;
@@ -47,6 +48,7 @@ private:
     /// Cuts everything and waits for the thread.
     void end();
 
+    void wakeClients();
     void order(std::function<void()> work);
     void run();
     bool takeOrders();

@@ -133,7 +133,7 @@ void FTPWriteStream::close() {
 }
 
 void FTPWriteStream::wakeOpenStreams() {
-    FTPWorker::shared().wakeAll();
+    FTPWorker::wakeAll();
 }
 
 } // namespace platform

@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <system_error>
 #include <thread>
 
 namespace platform {
@@ -16,12 +17,17 @@ Thread::Thread(std::shared_ptr<State> state)
 
 std::shared_ptr<Thread> Thread::start(const std::string& name, std::function<void()> body) {
     auto state = std::make_shared<State>();
-    std::thread([state, name, body = std::move(body)]() mutable {
+    auto run = [state, name, body = std::move(body)]() mutable {
         pthread_setname_np(pthread_self(), name.substr(0, 15).c_str());
         body();
         body = nullptr;
         state->running = false;
-    }).detach();
+    };
+    try {
+        std::thread(std::move(run)).detach();
+    } catch (const std::system_error&) {
+        return nullptr;
+    }
     return std::shared_ptr<Thread>(new Thread(std::move(state)));
 }
 

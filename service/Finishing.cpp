@@ -10,20 +10,29 @@ namespace {
 const QString kNoPricingId = QStringLiteral("0");
 const QString kCompleteMessage = QStringLiteral("Your Quillmark export is complete.");
 
+void closeProgressWindow(Quillmark& plugIn) {
+    platform::RunLoop::main()->call([&plugIn] {
+        delete plugIn.progressBarTimer;
+        if (plugIn.progressWindow)
+            plugIn.progressWindow->close();
+    });
+}
+
 } // namespace
 
 void Quillmark::_startFinishThread() {
     finishThreadRef =
         platform::Thread::start("finishing", [self = shared_from_this()] { self->finishingThread(); });
+    if (finishThreadRef)
+        return;
+    // Without a thread the request gets no answer.
+    closeProgressWindow(*this);
+    environment->observer.finishingRequestUnanswered();
 }
 
 void Quillmark::finishingThread() {
-    // Before the request: the progress window is gone while the service processes the images.
-    platform::RunLoop::main()->call([this] {
-        delete progressBarTimer;
-        if (progressWindow)
-            progressWindow->close();
-    });
+    // Before the request: the window is gone while the service processes the images.
+    closeProgressWindow(*this);
     const auto details = loginDetails.get();
     platform::URLLoader loader(environment->configuration.transport);
     const auto answer = acceptedAnswer(

@@ -85,6 +85,9 @@ void Quillmark::authenticate() {
     });
     setThreadLaunched(true);
     loginThreadRef = platform::Thread::start("login", [self = shared_from_this()] { self->loginThread(); });
+    // Without a thread there is no answer either.
+    if (!loginThreadRef)
+        doneLogin(nullptr);
 }
 
 void Quillmark::loginThread() {
@@ -139,6 +142,8 @@ void Quillmark::doneLogin(const std::shared_ptr<Record>& result) {
     isLoggedIn = true;
     eventThreadRef =
         platform::Thread::start("event list", [self = shared_from_this()] { self->loadEventThread(); });
+    if (!eventThreadRef)
+        environment->observer.listsCouldNotBeLoaded();
 }
 
 void Quillmark::logOut() {

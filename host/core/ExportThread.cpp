@@ -27,6 +27,11 @@ public:
 
     void stop() { stopped_ = true; }
 
+    /// There is no thread for it.
+    void endUnbegun() {
+        tell([](ExportThreadClient& client) { client.imagesEnded(false); });
+    }
+
 private:
     void exportImage(std::uint32_t index) {
         const ExportedImage& image = images_[index];
@@ -96,7 +101,10 @@ ExportThread::ExportThread(std::shared_ptr<hostapi::ApertureExportPlugIn> plugIn
                            std::weak_ptr<ExportThreadClient> client, std::function<void()> callbackReturned)
     : body_(std::make_shared<Body>(std::move(plugIn), std::move(images), std::move(folder), std::move(client),
                                    std::move(callbackReturned)))
-    , thread_(platform::Thread::start("export", [body = body_] { body->run(); })) {}
+    , thread_(platform::Thread::start("export", [body = body_] { body->run(); })) {
+    if (!thread_)
+        body_->endUnbegun();
+}
 
 ExportThread::~ExportThread() {
     stop();
@@ -107,7 +115,7 @@ void ExportThread::stop() {
 }
 
 bool ExportThread::isRunning() const {
-    return thread_->isRunning();
+    return thread_ && thread_->isRunning();
 }
 
 } // namespace host
