@@ -4,6 +4,7 @@
 
 #include <iconv.h>
 #include <langinfo.h>
+#include <locale.h>
 
 namespace platform {
 
@@ -26,10 +27,22 @@ void wipeBuffer(Text& text) {
     text.clear();
 }
 
+/// The encoding of the locale that the user's environment names. Not the one that is set: a host may have set
+/// none, and later versions of Qt put LC_CTYPE into UTF-8 whatever the user's is.
+QByteArray defaultEncoding() {
+    const locale_t users = newlocale(LC_CTYPE_MASK, "", nullptr);
+    if (!users)
+        return nl_langinfo(CODESET);
+    QByteArray encoding(nl_langinfo_l(CODESET, users));
+    freelocale(users);
+    return encoding;
+}
+
 class Converter {
 public:
-    explicit Converter(const char* encoding)
-        : descriptor_(iconv_open(Q_BYTE_ORDER == Q_LITTLE_ENDIAN ? "UTF-16LE" : "UTF-16BE", encoding)) {}
+    explicit Converter(const QByteArray& encoding)
+        : descriptor_(
+              iconv_open(Q_BYTE_ORDER == Q_LITTLE_ENDIAN ? "UTF-16LE" : "UTF-16BE", encoding.constData())) {}
     ~Converter() {
         if (isValid())
             iconv_close(descriptor_);
@@ -69,7 +82,7 @@ void wipe(QByteArray& bytes) {
 QString textFromDefaultCString(const QByteArray& bytes) {
     const auto cString = QByteArray::fromRawData(
         bytes.constData(), static_cast<qsizetype>(qstrnlen(bytes.constData(), bytes.size())));
-    Converter converter(nl_langinfo(CODESET));
+    Converter converter(defaultEncoding());
     if (converter.isValid()) {
         QString text((cString.size() + 1) * kUnitsPerByte, Qt::Uninitialized);
         if (converter.convert(cString, text))

@@ -10,9 +10,9 @@ namespace platform {
 void wipe(QString& text);
 void wipe(QByteArray& bytes);
 
-/// Text of bytes in the locale's own encoding (nl_langinfo(CODESET)), as C strings are read here: up to the
-/// first NUL. Bytes that this encoding doesn't know make the whole text be read as ISO 8859-1, which has a
-/// character for every byte, so that different bytes never become the same text.
+/// Text of bytes in the encoding of the locale that the environment names, as C strings are read here: up to
+/// the first NUL. Bytes that this encoding doesn't know make the whole text be read as ISO 8859-1, which has
+/// a character for every byte, so that different bytes never become the same text.
 QString textFromDefaultCString(const QByteArray& bytes);
 
 } // namespace platform

@@ -10,6 +10,7 @@ namespace {
 using platform::textFromDefaultCString;
 using platform::wipe;
 using test_support::CharacterLocale;
+using test_support::EnvironmentVariable;
 
 TEST(Wipe, ZerosEveryCopyOfAText) {
     QString text = QString::fromLatin1("pass") + QString::fromLatin1("word");
@@ -79,6 +80,17 @@ TEST(DefaultCString, IsReadInTheLocalesEncoding) {
     const CharacterLocale locale("ru_RU", "KOI8-R");
     ASSERT_TRUE(locale.isSet());
     EXPECT_EQ(textFromDefaultCString("\xD0\xC1\xD2\xCF\xCC\xD8"), QStringLiteral("пароль"));
+}
+
+TEST(DefaultCString, IsLatin1InThePlainLocale) {
+    const EnvironmentVariable users("LC_ALL", "C");
+    EXPECT_EQ(textFromDefaultCString("pass"), QStringLiteral("pass"));
+    EXPECT_EQ(textFromDefaultCString("p\xC3\xA4ss"), QStringLiteral("pÃ¤ss"));
+}
+
+TEST(DefaultCString, LocaleThatThereIsNotHarmsNothing) {
+    const EnvironmentVariable users("LC_ALL", "xx_XX.nothing");
+    EXPECT_EQ(textFromDefaultCString("pass"), QStringLiteral("pass"));
 }
 
 TEST(DefaultCString, CharactersWithMarksAreReadWhole) {

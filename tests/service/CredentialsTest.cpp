@@ -150,6 +150,25 @@ TEST_F(Credentials, PasswordBeyondASCIISurvivesInAUTF8LocaleAlone) {
     EXPECT_EQ(plugIn->getPasswordfromKeyChain(kAnn), QStringLiteral("p\u00c3\u00a4ss"));
 }
 
+TEST_F(Credentials, NewApplicationReadsThePasswordInTheEncodingOfItsUsersLocale) {
+    const auto shown = [] {
+        QProcess application;
+        application.start(QStringLiteral(QUILLMARK_BUILD_DIR "/tests/service/remembered_login"),
+                          QStringList());
+        EXPECT_TRUE(application.waitForFinished());
+        EXPECT_EQ(application.exitCode(), 0) << application.readAllStandardError().constData();
+        return application.readAllStandardOutput();
+    };
+    {
+        const CharacterLocale utf8("de_DE", "UTF-8");
+        ASSERT_TRUE(utf8.isSet());
+        EXPECT_EQ(shown(), QByteArray("p\u00e4ss"));
+    }
+    const CharacterLocale latin1("de_DE", "ISO-8859-1");
+    ASSERT_TRUE(latin1.isSet());
+    EXPECT_EQ(shown(), QByteArray("p\u00c3\u00a4ss"));
+}
+
 TEST_F(Credentials, RememberedPasswordBeyondASCIIIsSentAsAnotherOne) {
     rememberLogin(kAnn, QStringLiteral("p\u00e4ss").toUtf8());
     const CharacterLocale latin1("de_DE", "ISO-8859-1");
