@@ -1,0 +1,21 @@
+# Completion of quillmark-export's options for fish.
+
+complete -c quillmark-export -l user -x -d 'Account at the service'
+complete -c quillmark-export -l password-file -r -F -d 'The password is the first line of the file'
+complete -c quillmark-export -l remember -d 'Remember the login'
+complete -c quillmark-export -l ephemeral -d 'Keep nothing after the run'
+complete -c quillmark-export -l event -x -d 'Event, by its name or id'
+complete -c quillmark-export -l category -x -d 'A listed category or a new one'
+complete -c quillmark-export -l auto-categories -d 'Name categories after projects'
+complete -c quillmark-export -l project -x -d 'Project of the images'
+complete -c quillmark-export -l pricing -x -d 'Pricing template, by its name or id'
+complete -c quillmark-export -l resize -x -d 'Resize box, such as 2560x2560'
+complete -c quillmark-export -l quality -x -a '(seq 0 12)' -d 'JPEG quality'
+complete -c quillmark-export -l colorspace -x -a 'srgb adobe-rgb prophoto' -d 'Colour space of resized images'
+complete -c quillmark-export -l resume -d 'Export what an earlier run has left'
+complete -c quillmark-export -l list -d 'Print events and pricing templates'
+complete -c quillmark-export -l json -d 'One JSON object a line'
+complete -c quillmark-export -l quiet -d 'No progress line'
+complete -c quillmark-export -l plugin -x -a '(__fish_complete_directories)' -d "The plug-in's bundle"
+complete -c quillmark-export -l help -d 'Print a help text'
+complete -c quillmark-export -l version -d 'Print the version'
