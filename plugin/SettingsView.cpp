@@ -1,4 +1,5 @@
 #include "plugin/DefaultsKeys.h"
+#include "plugin/PanelAppearance.h"
 #include "plugin/Quillmark.h"
 #include "plugin/WholeNumber.h"
 
@@ -80,6 +81,7 @@ void Quillmark::loadSettingsView() {
     connectActions();
     connectChoosers();
     connectVisibility(*settingsView_);
+    new PanelAppearance(settingsView_);
 }
 
 void Quillmark::pressButton(QObject*) {

@@ -2,6 +2,7 @@
 
 #include "hostapi/SettingsPanel.h"
 #include "plugin/RecordListModel.h"
+#include "plugin/TypeToFind.h"
 
 #include <QtCore/QSignalBlocker>
 #include <QtGui/QKeyEvent>
@@ -47,6 +48,23 @@ public:
 
 private:
     QPushButton* const button_;
+};
+
+/// Keeps the wheel from changing a control that it only passes over: a host may scroll the panel.
+class WheelNeedsFocus final : public QObject {
+public:
+    explicit WheelNeedsFocus(QWidget* control)
+        : QObject(control) {
+        control->setFocusPolicy(Qt::StrongFocus);
+        control->installEventFilter(this);
+    }
+
+    bool eventFilter(QObject* watched, QEvent* event) override {
+        const bool isPassing = event->type() == QEvent::Wheel && !static_cast<QWidget*>(watched)->hasFocus();
+        if (isPassing)
+            event->ignore();
+        return isPassing;
+    }
 };
 
 /// Gives a chooser items of its own, and returns what sets them: no item is selected afterwards, and
@@ -117,6 +135,11 @@ void Quillmark::connectActions() {
                 [this] { resizeButtonClicked(doResizeButton); });
     if (qualitySlider)
         connect(qualitySlider, &QSlider::valueChanged, this, [this] { sliderChanged(qualitySlider); });
+    for (QWidget* const control : std::initializer_list<QWidget*>{
+             eventChooser, categoryChooser, pricingChooser, colorspaceChooser, qualitySlider}) {
+        if (control)
+            new WheelNeedsFocus(control);
+    }
 }
 
 void Quillmark::connectChoosers() {
@@ -134,6 +157,10 @@ void Quillmark::connectChoosers() {
     if (pricingChooser)
         connect(pricingChooser, &QComboBox::currentIndexChanged, this,
                 [this] { changePricing(pricingChooser); });
+    for (QComboBox* const chooser : {eventChooser.data(), pricingChooser.data()}) {
+        if (chooser)
+            new TypeToFind(chooser);
+    }
     connectCategoryText();
     connectColorspaceChooser();
 }

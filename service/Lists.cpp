@@ -13,31 +13,16 @@ const QString kEventPlaceholder = QStringLiteral("Select an event...");
 const QString kPricingPlaceholder = QStringLiteral("Please select a pricing template...");
 constexpr QColor kPlaceholderColor = QColorConstants::Black;
 
-/// Below this lightness black text can't be read.
-constexpr int kDarkestReadableBackground = 128;
-
-/// Gives one kind of background, and the text on it, light colours where the desktop's are dark.
-void lighten(QPalette& palette, QPalette::ColorRole background, QPalette::ColorRole text) {
-    if (palette.color(background).lightness() >= kDarkestReadableBackground)
-        return;
-    palette.setColor(background, Qt::white);
-    palette.setColor(text, Qt::black);
-}
-
 /// Installs the text that a chooser shows while it holds no value.
 void setPlaceholder(QComboBox* chooser, const QString& text) {
     if (!chooser)
         return;
     QPalette palette = chooser->palette();
-    lighten(palette, QPalette::Base, QPalette::Text);
-    lighten(palette, QPalette::Button, QPalette::ButtonText);
     palette.setColor(QPalette::PlaceholderText, kPlaceholderColor);
     chooser->setPalette(palette);
     chooser->setPlaceholderText(text);
-    if (QLineEdit* const field = chooser->lineEdit()) {
-        field->setPalette(palette);
+    if (QLineEdit* const field = chooser->lineEdit())
         field->setPlaceholderText(text);
-    }
 }
 
 /// The record that a chooser's selection stands for in the list it shows; empty where nothing is selected.
