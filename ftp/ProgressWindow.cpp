@@ -134,8 +134,8 @@ void Quillmark::_incrementUploadProgress(std::int32_t byteCount) {
         const std::int32_t sent = upload_estimate::bytesSent(byteCount, progress.currentValue);
         const TimeLeft left = upload_estimate::timeLeft(sent, totalBytes, elapsed.count());
         progress.currentValue += static_cast<std::size_t>(std::int64_t{byteCount});
-        progress.message =
-            QString::asprintf(kUploadingFormat, numUploaded + 1, imageCount, left.minutes, left.seconds);
+        progress.message = QString::asprintf(kUploadingFormat, upload_estimate::fileNumber(numUploaded),
+                                             imageCount, left.minutes, left.seconds);
     });
 }
 

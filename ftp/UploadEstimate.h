@@ -14,11 +14,20 @@ namespace upload_estimate {
 
 static_assert(std::numeric_limits<double>::is_iec559, "a rate of zero must make the time left infinite");
 
+/// A signed 32-bit sum that wraps around.
+constexpr std::int32_t wrappedSum(std::int32_t left, std::int32_t right) {
+    return static_cast<std::int32_t>(static_cast<std::uint32_t>(left) + static_cast<std::uint32_t>(right));
+}
+
 /// The bytes sent including `justWritten`: a signed 32-bit sum of which only the low 32 bits of
 /// `currentValue` are part. Above 2 GiB it wraps around.
 constexpr std::int32_t bytesSent(std::int32_t justWritten, std::uint64_t currentValue) {
-    return static_cast<std::int32_t>(static_cast<std::uint32_t>(justWritten) +
-                                     static_cast<std::uint32_t>(currentValue));
+    return wrappedSum(justWritten, static_cast<std::int32_t>(currentValue));
+}
+
+/// The number of the file in transfer, counted from 1, after so many that have been uploaded.
+constexpr std::int32_t fileNumber(std::int32_t uploaded) {
+    return wrappedSum(uploaded, 1);
 }
 
 /// `value` truncated toward zero; the nearest 32-bit integer where it fits none. Not a number is 0: where

@@ -1,6 +1,7 @@
 #include "ftp/UploadQueue.h"
 
 #include "ftp/FTPStreams.h"
+#include "ftp/UploadEstimate.h"
 #include "platform/RunLoop.h"
 #include "plugin/TextFormat.h"
 
@@ -186,7 +187,7 @@ void Quillmark::_finishCurrentUploadWithSuccess(bool success, FileUploadInfo* fi
     const std::shared_ptr<Quillmark> self = shared_from_this();
     if (success) {
         tearDownUploaded(fileUploadInfo);
-        numUploaded += 1;
+        numUploaded = upload_estimate::wrappedSum(numUploaded, 1);
         const QString uploaded = exportedImagePaths->first();
         QFile::remove(uploaded);
         exportedImagePaths->removeFirst();

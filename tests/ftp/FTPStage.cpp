@@ -60,7 +60,10 @@ void FTPStage::TearDown() {
 }
 
 void FTPStage::useServer(const QString& connectTo, int idleTimeout) {
-    host.useService(connectTo + QStringLiteral(", ") + kNoWebServer, {}, {}, idleTimeout);
+    const bool isEncrypted = certificates.has_value();
+    host.useService(connectTo + QStringLiteral(", ") + kNoWebServer,
+                    isEncrypted ? certificates->caFile() : QString(),
+                    isEncrypted ? QStringLiteral("required") : QString(), idleTimeout);
     plugIn = host.makePlugIn();
     ASSERT_TRUE(plugIn);
     logIn(kUser);
@@ -73,6 +76,14 @@ void FTPStage::useServer(const QString& connectTo, int idleTimeout) {
 
 void FTPStage::useServer(const ScriptedFTPServer& other, int idleTimeout) {
     useServer(other.connectTo(), idleTimeout);
+}
+
+void FTPStage::useEncryptedServer(int idleTimeout) {
+    certificates.emplace();
+    server = std::make_unique<ScriptedFTPServer>(ScriptedFTPServer::Options{
+        .certificate = certificates->issue({QStringLiteral("ftp.quillmark.example")}),
+        .requireSessionReuse = true});
+    useServer(*server, idleTimeout);
 }
 
 QString FTPStage::addImage(const QString& fileName, const QByteArray& contents, const QString& folder) {

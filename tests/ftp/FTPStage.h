@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <ostream>
 
 /// For the reports of failed expectations.
@@ -40,6 +41,8 @@ protected:
     /// Makes the plug-in anew, for another service.
     void useServer(const QString& connectTo, int idleTimeout = 60);
     void useServer(const test_support::ScriptedFTPServer& other, int idleTimeout = 60);
+    /// Takes a server that demands TLS, and makes the plug-in anew for it.
+    void useEncryptedServer(int idleTimeout = 60);
 
     /// Adds a prepared image to the lists, and its folder where it is new. Its path.
     QString addImage(const QString& fileName, const QByteArray& contents,
@@ -63,6 +66,7 @@ protected:
     void expectAlerts(const std::vector<std::pair<QString, QString>>& messagesAndInfos) const;
     void expectNoAlert() const { expectAlerts({}); }
 
+    std::optional<test_support::TestCertificates> certificates; ///< Where the server is encrypted.
     test_support::RecordingHost host;
     std::unique_ptr<test_support::ScriptedFTPServer> server;
     std::shared_ptr<Quillmark> plugIn;

@@ -16,6 +16,9 @@ constexpr int kShortIdleTimeout = 1;
 /// Every failure ends well before a minute of silence would.
 constexpr std::chrono::seconds kTimeToTheEnd{10};
 
+/// What servers refuse with.
+constexpr int kRefusals[] = {421, 426, 450, 451, 452, 530, 550, 552, 553};
+
 /// What a fault comes to.
 struct Expected {
     enum Kind { GoesOn, Refused, Lost } kind = GoesOn;
@@ -31,6 +34,7 @@ struct Cell {
     int occurrence = 1;
     int idleTimeout = 60;
     Expected expected = {};
+    bool isEncrypted = false;
 };
 
 std::string nameOfStep(const QByteArray& step) {
@@ -45,6 +49,7 @@ std::vector<Cell> cellsOfStep(const QByteArray& step, const std::function<Expect
     std::vector<Cell> cells = {
         {.name = "Delayed", .step = step, .fault = {.delay = kDelay}},
         {.name = "InPieces", .step = step, .fault = {.inPieces = true}},
+        {.name = "InManyLines", .step = step, .fault = {.inManyLines = true}},
         {.name = "ControlClosed", .step = step, .fault = {.cut = Cut::Finish}, .expected = lost},
         {.name = "ControlReset", .step = step, .fault = {.cut = Cut::Reset}, .expected = lost},
         {.name = "Silent",
@@ -53,7 +58,7 @@ std::vector<Cell> cellsOfStep(const QByteArray& step, const std::function<Expect
          .idleTimeout = kShortIdleTimeout,
          .expected = lost},
     };
-    for (const int code : {421, 426, 450, 451, 452, 530, 550, 552, 553}) {
+    for (const int code : kRefusals) {
         cells.push_back({.name = "Answered" + std::to_string(code),
                          .step = step,
                          .fault = {.answer = QByteArray::number(code) + "-No,\nreally\n" +
@@ -75,14 +80,29 @@ Expected outcomeOfRefusedHelp(int code) {
     return code == 421 ? Expected{Expected::Refused, code} : Expected{};
 }
 
+/// The reply that says that the folder is there counts as its making, whatever was asked.
+Expected outcomeOfRefusedFolder(int code) {
+    return code == 550 ? Expected{} : Expected{Expected::Refused, code};
+}
+
+/// The same for the second of its kind. Where a kept connection is lost before anything was answered, a new
+/// one does as well.
+std::vector<Cell> overTheKeptConnection(std::vector<Cell> cells, const std::string& kind) {
+    for (Cell& cell : cells) {
+        cell.name += "OfTheSecond" + kind;
+        cell.occurrence = 2;
+        if (cell.fault.cut != Cut::None && (cell.step == "EPSV" || cell.step == "MKD"))
+            cell.expected = {};
+    }
+    return cells;
+}
+
 std::vector<Cell> folderCells() {
     std::vector<Cell> cells;
-    for (const char* step : {kFTPGreeting, "USER", "PASS", "MKD"}) {
-        append(cells, cellsOfStep(step, [](int code) {
-                   return code == 550 ? Expected{} : Expected{Expected::Refused, code};
-               }));
-    }
+    for (const char* step : {kFTPGreeting, "USER", "PASS", "MKD"})
+        append(cells, cellsOfStep(step, outcomeOfRefusedFolder));
     append(cells, cellsOfStep("PWD", outcomeOfRefusedHelp));
+    append(cells, overTheKeptConnection(cellsOfStep("MKD", outcomeOfRefusedFolder), "Folder"));
     return cells;
 }
 
@@ -95,18 +115,12 @@ std::vector<Cell> dataCells() {
     using Then = FTPDataFault::Then;
     const Expected full{Expected::Refused, 552};
     const Expected lost{Expected::Lost};
-    return {
+    std::vector<Cell> cells = {
         {.name = "DataDiskFull",
          .dataFault = afterSomeBytes(Then::DiscardThenAnswer, "552 Disk full"),
          .expected = full},
-        {.name = "DataResetThenAnswered552",
-         .dataFault = afterSomeBytes(Then::CutData, "552 Disk full"),
-         .expected = full},
         {.name = "DataClosedThenAnswered552",
          .dataFault = afterSomeBytes(Then::CutData, "552 Disk full", Cut::Finish),
-         .expected = full},
-        {.name = "DataAnswered552ThenReset",
-         .dataFault = afterSomeBytes(Then::AnswerThenCutData, "552 Disk full"),
          .expected = full},
         {.name = "DataConfirmedTooEarly",
          .dataFault = afterSomeBytes(Then::CutData, "226 Got it", Cut::Finish),
@@ -117,11 +131,31 @@ std::vector<Cell> dataCells() {
         {.name = "DataAndControlReset",
          .dataFault = afterSomeBytes(Then::CutData, {}, Cut::Reset, Cut::Reset),
          .expected = lost},
+        {.name = "DataResetWithoutAWord",
+         .dataFault = afterSomeBytes(Then::CutData, {}),
+         .idleTimeout = kShortIdleTimeout,
+         .expected = lost},
+        {.name = "DataClosedWithoutAWord",
+         .dataFault = afterSomeBytes(Then::CutData, {}, Cut::Finish),
+         .idleTimeout = kShortIdleTimeout,
+         .expected = lost},
         {.name = "DataStalled",
          .dataFault = afterSomeBytes(Then::AnswerThenStall, {}),
          .idleTimeout = kShortIdleTimeout,
          .expected = lost},
     };
+    for (const int code : kRefusals) {
+        const Expected refused{Expected::Refused, code};
+        const QByteArray answer = QByteArray::number(code) + " No";
+        const std::string text = std::to_string(code);
+        cells.push_back({.name = "DataResetThenAnswered" + text,
+                         .dataFault = afterSomeBytes(Then::CutData, answer),
+                         .expected = refused});
+        cells.push_back({.name = "DataAnswered" + text + "ThenReset",
+                         .dataFault = afterSomeBytes(Then::AnswerThenCutData, answer),
+                         .expected = refused});
+    }
+    return cells;
 }
 
 /// The steps of an upload over a connection of its own, and those of a second file over the kept one.
@@ -137,21 +171,43 @@ std::vector<Cell> uploadCells() {
         append(cells, cellsOfStep(step, isRefused));
     append(cells, cellsOfStep("PWD", outcomeOfRefusedHelp));
     append(cells, ofEveryFile);
-    for (Cell cell : ofEveryFile) {
-        cell.name += "OfTheSecondFile";
-        cell.occurrence = 2;
-        // Where a kept connection is lost before anything was answered, a new one does as well.
-        if (cell.step == "EPSV" && cell.fault.cut != Cut::None)
-            cell.expected = {};
-        cells.push_back(cell);
-    }
+    append(cells, overTheKeptConnection(ofEveryFile, "File"));
     return cells;
+}
+
+std::vector<Cell> encrypted(std::vector<Cell> cells) {
+    for (Cell& cell : cells)
+        cell.isEncrypted = true;
+    return cells;
+}
+
+/// What TLS adds to the folder stage.
+std::vector<Cell> encryptedFolderCells() {
+    // AUTH has a second form, and PBSZ settles nothing. Without PROT the data would be in clear.
+    std::vector<Cell> cells = cellsOfStep("AUTH", outcomeOfRefusedHelp);
+    append(cells, cellsOfStep("PBSZ", outcomeOfRefusedHelp));
+    append(cells, cellsOfStep("PROT", outcomeOfRefusedFolder));
+    return encrypted(std::move(cells));
+}
+
+/// What is different in the upload stage: over TLS the control connection is libcurl's alone to read.
+std::vector<Cell> encryptedUploadCells() {
+    const auto isRefused = [](int code) { return Expected{Expected::Refused, code}; };
+    std::vector<Cell> cells = cellsOfStep("PROT", isRefused);
+    std::vector<Cell> ofEveryFile = cellsOfStep("STOR", isRefused);
+    append(ofEveryFile, cellsOfStep(kFTPClosingReply, isRefused));
+    append(cells, ofEveryFile);
+    append(cells, overTheKeptConnection(ofEveryFile, "File"));
+    return encrypted(std::move(cells));
 }
 
 class FaultMatrix : public FTPStage, public testing::WithParamInterface<Cell> {
 protected:
     void SetUp() override {
-        useServer(*server, GetParam().idleTimeout);
+        if (GetParam().isEncrypted)
+            useEncryptedServer(GetParam().idleTimeout);
+        else
+            useServer(*server, GetParam().idleTimeout);
         for (const char* name : {"a.jpg", "b.jpg", "c.jpg"})
             paths.append(addImage(QString::fromLatin1(name), QByteArray(kFileSize, name[0])));
     }
@@ -211,9 +267,11 @@ TEST_P(FolderFaults, EndAsTheyShould) {
         expectEndAfter(kChainBroken);
         expectAlerts({{kCouldNotConnect, informativeText()}});
         EXPECT_EQ(host.calls(), QStringList({QStringLiteral("alert ") + kCouldNotConnect, kChainBroken}));
-        EXPECT_EQ(plugIn->ftpPaths->size(), 2U);
-        EXPECT_LE(server->count("MKD"), 1);
-        EXPECT_EQ(progress().currentValue, 1U);
+        // Counted from 1, as the progress is.
+        const auto folderAtFault = static_cast<std::size_t>(GetParam().occurrence);
+        EXPECT_EQ(plugIn->ftpPaths->size(), 3 - folderAtFault);
+        EXPECT_LE(server->count("MKD"), GetParam().occurrence) << "nothing is tried again";
+        EXPECT_EQ(progress().currentValue, folderAtFault);
     }
     expectUploaded(0);
 }
@@ -246,6 +304,8 @@ TEST_P(UploadFaults, EndAsTheyShould) {
 const auto nameOfCell = [](const auto& tested) { return tested.param.name; };
 INSTANTIATE_TEST_SUITE_P(At, FolderFaults, testing::ValuesIn(folderCells()), nameOfCell);
 INSTANTIATE_TEST_SUITE_P(At, UploadFaults, testing::ValuesIn(uploadCells()), nameOfCell);
+INSTANTIATE_TEST_SUITE_P(OverTLSAt, FolderFaults, testing::ValuesIn(encryptedFolderCells()), nameOfCell);
+INSTANTIATE_TEST_SUITE_P(OverTLSAt, UploadFaults, testing::ValuesIn(encryptedUploadCells()), nameOfCell);
 
 } // namespace
 

@@ -121,6 +121,18 @@ TEST_F(ProgressWindow, NothingSentInALongTimeIsTheLongestEstimate) {
               "Step 3 of 3: Uploading Image 1 of 1 ... 2147483647:07 remaining");
 }
 
+TEST_F(ProgressWindow, BeyondTwoGiBTheEstimateIsWrittenWithItsSign) {
+    EXPECT_EQ(messageAfterWrite(100, std::size_t{1} << 31, 4'000'000'000, std::chrono::milliseconds(99'915)),
+              "Step 3 of 3: Uploading Image 1 of 1 ... -4:-46 remaining");
+}
+
+TEST_F(ProgressWindow, NumberOfTheFileWrapsAroundAndSoDoesTheHostsCount) {
+    host.imageCount = UINT32_MAX;
+    plugIn->numUploaded = INT32_MAX;
+    EXPECT_EQ(messageAfterWrite(10, 0, 10, std::chrono::seconds(1)),
+              "Step 3 of 3: Uploading Image -2147483648 of -1 ... 00:00 remaining");
+}
+
 TEST_F(ProgressWindow, RecordGoesOnBeyondFourGiB) {
     const std::size_t before = (std::size_t{1} << 32) + 5;
     messageAfterWrite(10, before, std::uint64_t{1} << 33, std::chrono::seconds(1));

@@ -63,6 +63,11 @@ TEST(UploadEstimate, SentBytesAreASigned32BitSumThatWrapsAround) {
     EXPECT_EQ(bytesSent(kMost, static_cast<std::uint64_t>(kMost)), -2);
 }
 
+TEST(UploadEstimate, NumberOfTheFileWrapsAround) {
+    EXPECT_EQ(fileNumber(0), 1);
+    EXPECT_EQ(fileNumber(kMost), kLeast);
+}
+
 TEST(UploadEstimate, OnlyTheLow32BitsOfTheValueTakePart) {
     EXPECT_EQ(bytesSent(5, (std::uint64_t{7} << 32) + 20), 25);
 }

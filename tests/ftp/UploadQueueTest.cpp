@@ -268,6 +268,29 @@ TEST_F(UploadQueue, WriteThatFailsIsAFailedUpload) {
     EXPECT_EQ(host.count(kUploadBroken), 1);
 }
 
+TEST_F(UploadQueue, WriteThatTakesNothingIsAFailedUpload) {
+    const QByteArray contents(2 * platform::FTPWriteStream::kBufferSize, 'x');
+    auto* const info = unopenedUpload(contents);
+    server->addFolder("77");
+    server->addFolder("77/Ceremony");
+    server->onData({.then = FTPDataFault::Then::AnswerThenStall});
+    // Without a client the stream opens all the same, and its buffer fills up.
+    info->writeStream->setExpectedLength(static_cast<std::uint64_t>(contents.size()) * 100);
+    ASSERT_TRUE(info->writeStream->open());
+    const auto* const bytes = reinterpret_cast<const std::uint8_t*>(contents.constData());
+    const auto length = static_cast<std::size_t>(contents.size());
+    ASSERT_TRUE(waitUntil([&] { return info->writeStream->write(bytes, length) >= 0; }));
+    int refused = 0; // In a row: what the system holds is full too.
+    ASSERT_TRUE(waitUntil([&] {
+        refused = info->writeStream->write(bytes, length) == 0 ? refused + 1 : 0;
+        return refused == 10;
+    }));
+    give(info, platform::kStreamEventCanAcceptBytes);
+    expectAlerts({{uploadingError(QStringLiteral("a.jpg")), kCommunicationError}});
+    EXPECT_EQ(host.calls(), QStringList({QStringLiteral("alert ") + uploadingError(QStringLiteral("a.jpg")),
+                                         kCancelled, kUploadBroken}));
+}
+
 TEST_F(UploadQueue, OpenCompletedStartsTheCountAtNothing) {
     auto* const info = unopenedUpload("0123456789");
     info->bytesWritten = 4711;

@@ -131,6 +131,8 @@ void FTPConversation::play(const QByteArray& step, const std::function<QByteArra
         if (isPositive(answer))
             work();
     }
+    if (fault.inManyLines && !answer.isEmpty())
+        answer = answer.left(3) + "-Well,\n let me see:\n\n " + answer.left(3) + " apples\n" + answer;
     say(answer, fault.inPieces);
     if (fault.cut != Cut::None) {
         control_->cut(fault.cut);

@@ -30,8 +30,9 @@ struct FTPFault {
     std::optional<QByteArray> answer = {};
     /// Resets the data connection that the passive mode has prepared.
     bool dropsData = false;
-    bool inPieces = false; ///< Says whatever it says byte by byte, in segments of their own.
-    Cut cut = Cut::None;   ///< Of the control connection: after `answer`, or instead of any.
+    bool inManyLines = false; ///< Says whatever it says at the end of a reply of many lines.
+    bool inPieces = false;    ///< Says whatever it says byte by byte, in segments of their own.
+    Cut cut = Cut::None;      ///< Of the control connection: after `answer`, or instead of any.
 };
 
 /// What goes wrong while a file's bytes come.
