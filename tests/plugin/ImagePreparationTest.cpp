@@ -14,7 +14,12 @@
 
 #include <sys/resource.h>
 
+#include <cmath>
 #include <csignal>
+#include <iostream>
+#include <random>
+#include <string>
+#include <utility>
 
 using test_support::decoded;
 using test_support::embeddedProfile;
@@ -154,6 +159,44 @@ TEST_F(ImagePreparation, AnImageThatIsTooNarrowForTheBoxIsLeftOut) {
     offer(file(gradient(1, 3000), ".png"));
     expectNothingRecorded();
     EXPECT_EQ(host.calls(), QStringList{QStringLiteral("imageLeftOut 0")});
+}
+
+TEST_F(ImagePreparation, AnyImageInAnyBoxGetsItsSizeToThePixel) {
+    constexpr std::uint32_t kSeed = 20080516;
+    constexpr int kTriples = 500;
+    std::cout << kTriples << " images and boxes of seed " << kSeed << '\n';
+    std::mt19937 random(kSeed);
+    const auto between = [&](int least, int most) {
+        return least + static_cast<int>(random() % static_cast<std::uint32_t>(most - least + 1));
+    };
+    int resized = 0;
+    for (int i = 0; i < kTriples; ++i) {
+        // Long and narrow, in part beyond the box: what is computed is the same, and takes little.
+        Size size(between(1200, 6000), between(1, 90));
+        if (random() % 2)
+            std::swap(size.first, size.second);
+        const Size box(between(1280, 4000), between(1280, 4000));
+        resizeInto(box.first, box.second);
+
+        Size expected = size;
+        if (size.first > 1280 || size.second > 1280) {
+            const double horizontal = box.first / double(size.first);
+            const double vertical = box.second / double(size.second);
+            const double scale = horizontal < vertical ? horizontal : vertical;
+            expected = Size(int(std::trunc(size.first * scale)), int(std::trunc(size.second * scale)));
+            ++resized;
+        }
+        SCOPED_TRACE("image " + std::to_string(size.first) + " by " + std::to_string(size.second) + ", box " +
+                     std::to_string(box.first) + " by " + std::to_string(box.second));
+        QFile::remove(inFolder(QStringLiteral("IMG_0001.jpg")));
+        if (expected.first == 0 || expected.second == 0) {
+            offer(file(gradient(size.first, size.second), ".png[compression=1]"));
+            EXPECT_TRUE(writtenFiles().isEmpty());
+        } else {
+            EXPECT_EQ(writtenSize(size.first, size.second), expected);
+        }
+    }
+    EXPECT_GT(resized, kTriples / 2);
 }
 
 // --- Colour and quality ---

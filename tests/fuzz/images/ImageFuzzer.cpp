@@ -1,6 +1,9 @@
 #include "platform/Image.h"
 #include "tests/fuzz/FuzzData.h"
 
+#include <QtCore/QDateTime>
+#include <QtGui/QImage>
+
 #include <algorithm>
 
 using platform::ColorSpace;
@@ -33,5 +36,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::uint32_t height = std::clamp(image->height() / 3, 1U, kSide);
     requireJPEG(image->scaledJPEG(kSide, static_cast<std::int32_t>(height), *ColorSpace::sRGB(), kQuality),
                 kSide, height);
+    const QImage preview = image->uprightWithin(static_cast<std::int32_t>(kSide), *ColorSpace::sRGB());
+    require(std::max(preview.width(), preview.height()) <= static_cast<int>(kSide));
+    image->captureTime();
     return 0;
 }
