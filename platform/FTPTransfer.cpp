@@ -1,5 +1,6 @@
 #include "platform/FTPTransfer.h"
 
+#include "platform/FTPWriteStream.h"
 #include "platform/Secret.h"
 
 #include <QtCore/QFile>
@@ -159,6 +160,8 @@ void FTPTransfer::setUpCommands() {
         return;
     }
     curl_easy_setopt(handle, CURLOPT_UPLOAD, 1L);
+    // All that the stream holds at once: each send costs a few looks at the sockets.
+    curl_easy_setopt(handle, CURLOPT_UPLOAD_BUFFERSIZE, static_cast<long>(FTPWriteStream::kBufferSize));
     curl_easy_setopt(handle, CURLOPT_READFUNCTION, &FTPTransfer::readFile);
     curl_easy_setopt(handle, CURLOPT_READDATA, this);
 }
