@@ -101,6 +101,9 @@ void Quillmark::showProgressBar() {
         loadProgressWindow(self);
         if (self->progressWindow) {
             placeAbove(*self->progressWindow, self->settingsView_);
+            // Otherwise the cancel button has it, and a key that was still meant for another window presses
+            // it.
+            self->progressWindow->setFocus();
             self->progressWindow->show();
             self->progressWindow->raise();
             self->progressWindow->activateWindow();

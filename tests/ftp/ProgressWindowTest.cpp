@@ -5,6 +5,7 @@
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QFile>
 #include <QtCore/QTemporaryDir>
+#include <QtGui/QAccessible>
 #include <QtTest/QTest>
 #include <QtWidgets/QApplication>
 #include <QtWidgets/QDialog>
@@ -247,13 +248,41 @@ TEST_F(ProgressWindow, EscapeCancels) {
 
 TEST_F(ProgressWindow, CancelIsReachedByTheKeyboard) {
     plugIn->showProgressBar();
-    pressKey(Qt::Key_Return);
-    EXPECT_EQ(host.count(kCancelled), 0) << "a key that was still meant for another window";
+    for (const Qt::Key key : {Qt::Key_Return, Qt::Key_Space}) {
+        pressKey(key);
+        EXPECT_EQ(host.count(kCancelled), 0) << "a key that was still meant for another window";
+    }
     pressKey(Qt::Key_Tab);
     EXPECT_TRUE(waitUntil([&] { return cancelButton()->hasFocus(); }));
     pressKey(Qt::Key_Space);
     EXPECT_TRUE(waitForCall(kCancelled));
     EXPECT_EQ(host.count(kCancelled), 1);
+}
+
+TEST_F(ProgressWindow, ReturnPressesTheCancelButtonThatHasTheFocus) {
+    plugIn->showProgressBar();
+    pressKey(Qt::Key_Tab);
+    EXPECT_TRUE(waitUntil([&] { return cancelButton()->hasFocus(); }));
+    pressKey(Qt::Key_Return);
+    EXPECT_TRUE(waitForCall(kCancelled));
+    EXPECT_EQ(host.count(kCancelled), 1);
+}
+
+TEST_F(ProgressWindow, ScreenReaderIsToldTheMessageItselfAndWhatTheBarMeans) {
+    plugIn->showProgressBar();
+    setProgress(3, 12, QStringLiteral("Step 1 of 3: Preparing Image 3 of 12..."));
+    plugIn->updateTimer();
+    const auto nameOf = [](QObject* control) {
+        QAccessibleInterface* const seen = QAccessible::queryAccessibleInterface(control);
+        return seen ? seen->text(QAccessible::Name).toStdString() : "nothing";
+    };
+    EXPECT_EQ(nameOf(plugIn->progressMessage), "Step 1 of 3: Preparing Image 3 of 12...");
+    EXPECT_EQ(nameOf(plugIn->progressBar), "Export progress");
+    EXPECT_EQ(nameOf(cancelButton()), "Cancel");
+    auto* const value = QAccessible::queryAccessibleInterface(plugIn->progressBar)->valueInterface();
+    ASSERT_TRUE(value);
+    EXPECT_EQ(value->currentValue().toInt(), 3);
+    EXPECT_EQ(value->maximumValue().toInt(), 12);
 }
 
 TEST_F(ProgressWindow, ClosingItIsCancelling) {
