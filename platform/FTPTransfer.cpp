@@ -95,7 +95,6 @@ void FTPTransfer::beginAgain() {
 
 void FTPTransfer::setUpConnection() {
     CURL* const handle = handle_.get();
-    const auto idleTimeout = static_cast<long>(request_.transport.idleTimeout.count());
     curl_easy_setopt(handle, CURLOPT_PRIVATE, this);
     curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "ftp");
@@ -105,8 +104,7 @@ void FTPTransfer::setUpConnection() {
     for (const QString& entry : request_.transport.connectTo.split(QLatin1Char(','), Qt::SkipEmptyParts))
         append(connectTo_, entry.trimmed().toUtf8());
     curl_easy_setopt(handle, CURLOPT_CONNECT_TO, connectTo_.get());
-    curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT, idleTimeout);
-    curl_easy_setopt(handle, CURLOPT_SERVER_RESPONSE_TIMEOUT, idleTimeout);
+    setTimeouts({});
     curl_easy_setopt(handle, CURLOPT_TCP_KEEPALIVE, 1L);
     // A name that is still looked up must not hold up the end of a stream.
     curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L);
@@ -123,6 +121,19 @@ void FTPTransfer::setUpConnection() {
     curl_easy_setopt(handle, CURLOPT_DEBUGFUNCTION, &FTPTransfer::noteCommand);
     curl_easy_setopt(handle, CURLOPT_DEBUGDATA, this);
     curl_easy_setopt(handle, CURLOPT_VERBOSE, 1L);
+}
+
+/// Those that libcurl keeps itself. It counts from the last command, by a clock that a suspended process
+/// can't stop.
+void FTPTransfer::setTimeouts(std::chrono::seconds forgiven) {
+    const auto seconds = static_cast<long>((request_.transport.idleTimeout + forgiven).count());
+    curl_easy_setopt(handle(), CURLOPT_CONNECTTIMEOUT, hasHeard_ ? kNoConnectTimeout : seconds);
+    curl_easy_setopt(handle(), CURLOPT_SERVER_RESPONSE_TIMEOUT, seconds);
+    forgiven_ = forgiven;
+}
+
+void FTPTransfer::forgive(std::chrono::seconds suspended) {
+    setTimeouts(forgiven_ + suspended);
 }
 
 void FTPTransfer::setUpSecurity(CURLSH* share) {
@@ -200,11 +211,13 @@ std::size_t FTPTransfer::readReply(char* line, std::size_t size, std::size_t cou
     auto* const transfer = static_cast<FTPTransfer*>(self);
     const std::string_view text(line, size * count);
     transfer->silence_ = {};
-    transfer->hasHeard_ = true;
     // The server is reached: from here on only time without traffic counts, however long logging in takes.
-    curl_easy_setopt(transfer->handle(), CURLOPT_CONNECTTIMEOUT, kNoConnectTimeout);
+    if (!std::exchange(transfer->hasHeard_, true))
+        transfer->setTimeouts(transfer->forgiven_);
     const auto code = replyCode(text);
     const bool isLastLine = text.size() > kReplyCodeLength && text[kReplyCodeLength] == ' ';
+    if (code && isLastLine && transfer->forgiven_ != std::chrono::seconds{})
+        transfer->setTimeouts({});
     if (code && isLastLine && !transfer->isEnding_) {
         transfer->reply_ = *code;
         transfer->awaitedReplies_ -= isPreliminary(*code) ? 0 : 1;

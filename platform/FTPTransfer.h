@@ -78,6 +78,9 @@ public:
     /// which it must be given up, if there is one.
     std::optional<StreamError> look(std::chrono::nanoseconds waited);
 
+    /// The process was suspended for so long, which is no silence of the server's.
+    void forgive(std::chrono::seconds suspended);
+
     // The last calls, one of them, when the handle has left its multi handle.
     /// Takes libcurl's result, and tells the client.
     void end(CURLcode result);
@@ -96,6 +99,7 @@ private:
     using List = std::unique_ptr<curl_slist, ListDeleter>;
 
     void setUpConnection();
+    void setTimeouts(std::chrono::seconds forgiven);
     void setUpSecurity(CURLSH* share);
     void setUpCommands();
     static void append(List& list, const QByteArray& text);
@@ -142,6 +146,7 @@ private:
     curl_off_t sent_ = 0;          ///< Bytes of the file that the system has.
     std::chrono::nanoseconds silence_{0};
     std::chrono::nanoseconds sinceRefusal_{0};
+    std::chrono::seconds forgiven_{0}; ///< Of the wait for the reply to the last command.
 };
 
 } // namespace platform

@@ -20,6 +20,8 @@ constexpr long kMostConnections = 1000;
 /// How often the transfers' silence is measured.
 constexpr std::chrono::milliseconds kLongestWait{250};
 constexpr std::chrono::hours kNothingToDo{1};
+/// A wait that takes so much longer than the longest one was a sleep of the whole process.
+constexpr std::chrono::milliseconds kSuspicion{500};
 
 using Clock = std::chrono::steady_clock;
 
@@ -208,7 +210,7 @@ void FTPWorker::takeResults() {
     }
 }
 
-/// How long the wait took.
+/// How long the wait took while the process was awake.
 std::chrono::nanoseconds FTPWorker::waitForTraffic() {
     std::vector<curl_waitfd> watched;
     for (const auto& transfer : running_) {
@@ -220,7 +222,13 @@ std::chrono::nanoseconds FTPWorker::waitForTraffic() {
     const auto start = Clock::now();
     curl_multi_poll(multi_.get(), watched.data(), static_cast<unsigned>(watched.size()),
                     static_cast<int>(longest.count()), nullptr);
-    return Clock::now() - start;
+    const std::chrono::nanoseconds waited = Clock::now() - start;
+    if (waited <= longest + kSuspicion)
+        return waited;
+    // The process was suspended: no time of the servers' has passed, since what they said was not heard.
+    for (const auto& transfer : running_)
+        transfer->forgive(std::chrono::ceil<std::chrono::seconds>(waited));
+    return longest;
 }
 
 void FTPWorker::lookAfterTransfers(std::chrono::nanoseconds waited) {

@@ -15,6 +15,7 @@
 #include <chrono>
 #include <mutex>
 #include <set>
+#include <utility>
 
 namespace platform {
 
@@ -24,6 +25,8 @@ constexpr QLatin1String kScheme{"https://"};
 constexpr std::chrono::minutes kWholeRequestTimeout{5};
 /// As many as a desktop's loader follows before it gives up.
 constexpr long kMaximumRedirects = 16;
+/// libcurl lets us look around at least once a second.
+constexpr std::chrono::seconds kLongestPauseOfLooks{2};
 
 struct SListDeleter {
     void operator()(curl_slist* list) const { curl_slist_free_all(list); }
@@ -75,7 +78,7 @@ public:
     URLResponse get(const QString& url) {
         if (!handle_)
             return {};
-        start_ = Clock::now();
+        start_ = lastLook_ = Clock::now();
         headersAreComplete_ = false;
         QByteArray text = url.toLatin1();
         set(CURLOPT_URL, text.constData());
@@ -171,8 +174,12 @@ private:
 
     /// The system's own account of the sockets: libcurl's low-speed limits see no header, and take a slow
     /// answer for a silent one.
-    bool isIdle() const {
-        const auto sinceStart = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start_);
+    bool isIdle() {
+        const auto now = Clock::now();
+        // A process that was suspended counts anew: it has not seen yet what has come meanwhile.
+        if (now - std::exchange(lastLook_, now) > kLongestPauseOfLooks)
+            start_ = now;
+        const auto sinceStart = std::chrono::duration_cast<std::chrono::milliseconds>(now - start_);
         return !sockets_.empty() && sinceStart >= idleTimeout_ &&
                std::all_of(sockets_.begin(), sockets_.end(),
                            [this](curl_socket_t socket) { return silence(socket) >= idleTimeout_; });
@@ -193,7 +200,8 @@ private:
     const SList connectTo_;
     const std::chrono::seconds idleTimeout_;
     std::set<curl_socket_t> sockets_;
-    Clock::time_point start_;
+    Clock::time_point start_; ///< From when on silence counts.
+    Clock::time_point lastLook_;
     bool headersAreComplete_ = false;
     QByteArray body_;
 };

@@ -15,7 +15,7 @@ public:
     /// `quietLimit`: how long nothing may happen.
     explicit Watchdogs(std::chrono::milliseconds quietLimit);
 
-    std::chrono::milliseconds quietLimit() const { return quietTimer_.intervalAsDuration(); }
+    std::chrono::milliseconds quietLimit() const { return quietLimit_; }
 
     /// Starts the clock of quietness anew.
     void somethingHappened();
@@ -33,7 +33,11 @@ Q_SIGNALS:
     void cancelUnanswered();
 
 private:
+    void quietTick();
+
+    const std::chrono::milliseconds quietLimit_;
     bool quietnessIsAllowed_ = false;
+    int quietTicks_ = 0;
     QTimer quietTimer_;
     QTimer criticalAlertTimer_;
     QTimer cancelTimer_;
