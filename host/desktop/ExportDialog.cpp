@@ -38,7 +38,7 @@ ExportDialog::ExportDialog(hostapi::ApertureExportPlugIn& plugIn, const QString&
     scrollArea_->setFrameShape(QFrame::NoFrame);
     scrollArea_->setWidget(view_);
     auto* const buttons = new QDialogButtonBox(QDialogButtonBox::Cancel);
-    exportButton_ = buttons->addButton(tr("&Export"), QDialogButtonBox::AcceptRole);
+    exportButton_ = buttons->addButton(tr("E&xport"), QDialogButtonBox::AcceptRole);
     cancelButton_ = buttons->button(QDialogButtonBox::Cancel);
     exportButton_->setObjectName(QStringLiteral("exportButton"));
     cancelButton_->setObjectName(QStringLiteral("cancelButton"));

@@ -89,7 +89,7 @@ void MainWindow::makeActions() {
     openFolderAction_ = addAction(tr("&Open Folder…"), QKeySequence::Open, &MainWindow::chooseFolder);
     openFolderAction_->setIcon(style()->standardIcon(QStyle::SP_DirOpenIcon));
     openFilesAction_ = addAction(tr("Add &Photographs…"), tr("Ctrl+Shift+O"), &MainWindow::chooseFiles);
-    clearAction_ = addAction(tr("&Clear the Light Table"), tr("Ctrl+W"), &MainWindow::clear);
+    clearAction_ = addAction(tr("&Clear the Light Table"), {}, &MainWindow::clear);
     exportAction_ = addAction(tr("&Export to Quillmark…"), tr("Ctrl+E"), &MainWindow::exportSelection);
     exportAction_->setIcon(style()->standardIcon(QStyle::SP_ArrowUp));
     quitAction_ = new QAction(tr("&Quit"), this);
