@@ -1,7 +1,7 @@
 // The built module, as another application meets it: through the hostapi headers alone.
 
+#include "examples/host/ExportDialog.h"
 #include "hostapi/SettingsPanel.h"
-#include "tests/plugin/MinimalHost.h"
 #include "tests/plugin/TestBundle.h"
 #include "tests/support/KeyringSession.h"
 #include "tests/support/ScriptedFTPServer.h"
@@ -9,6 +9,7 @@
 #include "tests/support/Waiting.h"
 
 #include <QtCore/QBuffer>
+#include <QtCore/QProcess>
 #include <QtCore/QTimer>
 #include <QtGui/QImage>
 #include <QtWidgets/QApplication>
@@ -17,7 +18,6 @@
 #include <QtWidgets/QLineEdit>
 #include <QtWidgets/QMessageBox>
 #include <QtWidgets/QPushButton>
-#include <QtWidgets/QVBoxLayout>
 
 #include <gtest/gtest.h>
 
@@ -111,35 +111,57 @@ class Module : public testing::Test {
 protected:
     template <typename Control>
     Control* control(QLatin1String name) const {
-        return dialog.findChild<Control*>(name);
+        return dialog->findChild<Control*>(name);
     }
 
-    void openDialog(MinimalHost& host) {
+    void openDialog(std::vector<Picture> pictures) {
+        dialog = std::make_unique<ExportDialog>(std::move(pictures));
         QString error;
-        ASSERT_TRUE(host.loadPlugIn(kBundle, &error)) << error.toStdString();
-        QWidget* const view = host.openPanel();
-        ASSERT_NE(view, nullptr);
-        (new QVBoxLayout(&dialog))->addWidget(view);
-        dialog.show();
+        ASSERT_TRUE(dialog->loadPlugIn(apiManager, kBundle, &error)) << error.toStdString();
+        QObject::connect(dialog.get(), &QDialog::finished, dialog.get(),
+                         [this](int result) { outcome = result; });
+        dialog->show();
     }
 
-    QWidget dialog;
+    void logIn() {
+        control<QLineEdit>(panel::kUsernameField)->setText(QStringLiteral("ann"));
+        control<QLineEdit>(panel::kPasswordField)->setText(QStringLiteral("secret"));
+        control<QCheckBox>(panel::kRememberCheckBox)->setChecked(true);
+        control<QPushButton>(panel::kLoginButton)->click();
+        auto* const events = control<QComboBox>(panel::kEventChooser);
+        ASSERT_TRUE(waitUntil([&] { return events->count() == 1 && events->isVisible(); }));
+    }
+
+    APIManager apiManager;
+    std::unique_ptr<ExportDialog> dialog;
+    std::optional<int> outcome;
 };
+
+/// What the example prints to its standard error, and its exit status.
+std::pair<QString, int> runExample(const QStringList& arguments) {
+    QProcess process;
+    process.start(QStringLiteral(QUILLMARK_BUILD_DIR "/examples/example-host"), arguments);
+    process.waitForFinished();
+    return {QString::fromUtf8(process.readAllStandardError()), process.exitCode()};
+}
 
 } // namespace
 
 TEST_F(Module, IsLoadedAndMakesThePrincipalObject) {
-    MinimalHost host({});
+    openDialog({});
+    QPluginLoader loader(QDir(kBundle).absoluteFilePath(hostapi::kModuleFileName));
+    auto* const module = qobject_cast<hostapi::PlugInModule*>(loader.instance());
+    ASSERT_NE(module, nullptr) << loader.errorString().toStdString();
     QString error;
-    ASSERT_TRUE(host.loadPlugIn(kBundle, &error)) << error.toStdString();
-    EXPECT_TRUE(host.plugIn().allowsOnlyPlugInPresets());
-    EXPECT_FALSE(host.plugIn().wantsDestinationPathPrompt());
-    EXPECT_TRUE(QDir(host.plugIn().destinationPath()).exists());
+    const auto plugIn = module->initWithAPIManager(&apiManager, kBundle, &error);
+    ASSERT_NE(plugIn, nullptr) << error.toStdString();
+    EXPECT_TRUE(plugIn->allowsOnlyPlugInPresets());
+    EXPECT_FALSE(plugIn->wantsDestinationPathPrompt());
+    EXPECT_TRUE(QDir(plugIn->destinationPath()).exists());
 }
 
 TEST_F(Module, ItsPanelHasTheControlsThatAHostMayRelyOn) {
-    MinimalHost host({});
-    openDialog(host);
+    openDialog({});
     for (const QLatin1String name :
          {panel::kUsernameField, panel::kPasswordField, panel::kResizeWidth, panel::kResizeHeight})
         EXPECT_NE(control<QLineEdit>(name), nullptr) << name.data();
@@ -150,14 +172,13 @@ TEST_F(Module, ItsPanelHasTheControlsThatAHostMayRelyOn) {
          {panel::kRememberCheckBox, panel::kAutoCreateCategoriesButton, panel::kDoResizeButton})
         EXPECT_NE(control<QCheckBox>(name), nullptr) << name.data();
     EXPECT_NE(control<QPushButton>(panel::kLoginButton), nullptr);
-    EXPECT_NE(host.plugIn().firstView(), nullptr);
-    EXPECT_NE(host.plugIn().lastView(), nullptr);
+    EXPECT_EQ(dialog->focusWidget(), control<QLineEdit>(panel::kUsernameField)) << "the first view";
 }
 
 TEST_F(Module, TellsWhyItsObjectCannotBeMade) {
-    MinimalHost host({});
+    ExportDialog withoutModule({});
     QString error;
-    EXPECT_FALSE(host.loadPlugIn(QStringLiteral("/no/such.bundle"), &error));
+    EXPECT_FALSE(withoutModule.loadPlugIn(apiManager, QStringLiteral("/no/such.bundle"), &error));
     EXPECT_FALSE(error.isEmpty());
 
     QPluginLoader loader(QDir(kBundle).absoluteFilePath(hostapi::kModuleFileName));
@@ -165,46 +186,43 @@ TEST_F(Module, TellsWhyItsObjectCannotBeMade) {
     ASSERT_NE(module, nullptr) << loader.errorString().toStdString();
     TestBundle bundle;
     bundle.remove(QStringLiteral("ProPhotoRGB.icc"));
-    ApiManager manager(std::make_shared<ExportManager>(std::vector<Picture>()));
     error.clear();
-    EXPECT_EQ(module->initWithAPIManager(&manager, bundle.path(), &error), nullptr);
+    apiManager.exportManager = std::make_shared<ExportManager>(std::vector<Picture>());
+    EXPECT_EQ(module->initWithAPIManager(&apiManager, bundle.path(), &error), nullptr);
     EXPECT_TRUE(error.contains(QStringLiteral("ProPhotoRGB"))) << error.toStdString();
 }
 
 TEST_F(Module, ShowsWhatIsMissingInASheetOfTheHostsWindow) {
-    MinimalHost host({});
-    openDialog(host);
-    host.exportPressed();
-    auto* const sheet = dialog.findChild<QMessageBox*>();
+    openDialog({});
+    dialog->exportButton->click();
+    auto* const sheet = dialog->findChild<QMessageBox*>();
     ASSERT_NE(sheet, nullptr);
     EXPECT_EQ(sheet->text(), QStringLiteral("Please log in first"));
     EXPECT_EQ(sheet->windowModality(), Qt::WindowModal);
     sheet->button(QMessageBox::Ok)->click();
+    EXPECT_TRUE(dialog->isVisible());
+}
+
+TEST_F(Module, ADialogThatIsClosedBeforeTheExportIsGoneAtOnce) {
+    openDialog({});
+    dialog->reject();
+    EXPECT_EQ(outcome, int(QDialog::Rejected));
 }
 
 TEST_F(Module, ExportsPicturesForAHostThatKnowsOnlyItsHeaders) {
     const test_support::KeyringSession keyring(QStringLiteral("unlocked"));
     Service service;
     AlertAnswers alerts;
-    MinimalHost host({{encoded({40, 30}), QStringLiteral("a.png"), QStringLiteral("Spring")},
-                      {encoded({30, 40}), QStringLiteral("b.png"), QStringLiteral("Summer")}});
-    openDialog(host);
-    std::optional<bool> outcome;
-    host.ended = [&](bool finished) { outcome = finished; };
-
-    control<QLineEdit>(panel::kUsernameField)->setText(QStringLiteral("ann"));
-    control<QLineEdit>(panel::kPasswordField)->setText(QStringLiteral("secret"));
-    control<QCheckBox>(panel::kRememberCheckBox)->setChecked(true);
-    control<QPushButton>(panel::kLoginButton)->click();
-    auto* const events = control<QComboBox>(panel::kEventChooser);
-    ASSERT_TRUE(waitUntil([&] { return events->count() == 1 && events->isVisible(); }));
-    events->setCurrentIndex(0);
+    openDialog({{encoded({40, 30}), QStringLiteral("a.png"), QStringLiteral("Spring")},
+                {encoded({30, 40}), QStringLiteral("b.png"), QStringLiteral("Summer")}});
+    logIn();
+    control<QComboBox>(panel::kEventChooser)->setCurrentIndex(0);
     control<QCheckBox>(panel::kAutoCreateCategoriesButton)->setChecked(true);
-    host.exportPressed();
+    dialog->exportButton->click();
     ASSERT_TRUE(waitUntil([&] { return outcome.has_value(); }))
         << alerts.texts.join(QLatin1Char('\n')).toStdString();
 
-    EXPECT_TRUE(*outcome);
+    EXPECT_EQ(outcome, int(QDialog::Accepted));
     EXPECT_EQ(alerts.texts, QStringList{QStringLiteral("Your Quillmark export is complete.: All done.")});
     const auto files = service.ftp.files();
     EXPECT_EQ(files.size(), 2U);
@@ -212,12 +230,37 @@ TEST_F(Module, ExportsPicturesForAHostThatKnowsOnlyItsHeaders) {
     EXPECT_EQ(files.count("77/Summer/b.jpg"), 1U);
 }
 
+TEST_F(Module, AnExportThatTheUserCancelsEndsRejected) {
+    const test_support::KeyringSession keyring(QStringLiteral("unlocked"));
+    Service service;
+    openDialog({{encoded({40, 30}), QStringLiteral("a.png"), QStringLiteral("Spring")}});
+    logIn();
+    control<QComboBox>(panel::kEventChooser)->setCurrentIndex(0);
+    control<QCheckBox>(panel::kAutoCreateCategoriesButton)->setChecked(true);
+    dialog->exportButton->click();
+    ASSERT_TRUE(waitUntil([&] { return !dialog->exportButton->isEnabled(); })) << "it has begun";
+    dialog->reject();
+    ASSERT_TRUE(waitUntil([&] { return outcome.has_value(); }));
+    EXPECT_EQ(outcome, int(QDialog::Rejected));
+}
+
+TEST(ExampleHost, TellsHowItIsUsedAndWhatIsWrong) {
+    EXPECT_EQ(runExample({}), std::pair(QStringLiteral("usage: example-host BUNDLE PICTURE...\n"), 2));
+    const auto [missing, status] = runExample({kBundle, QStringLiteral("/no/such.jpg")});
+    EXPECT_TRUE(missing.contains(QStringLiteral("/no/such.jpg"))) << missing.toStdString();
+    EXPECT_EQ(status, 1);
+    const auto [noBundle, itsStatus] = runExample(
+        {QStringLiteral("/no/such.bundle"), QStringLiteral(QUILLMARK_SOURCE_DIR "/docs/pictures/panel.png")});
+    EXPECT_TRUE(noBundle.contains(QStringLiteral("/no/such.bundle"))) << noBundle.toStdString();
+    EXPECT_EQ(itsStatus, 1);
+}
+
 TEST(HostingPage, ShowsTheHostThatTheseTestsRun) {
     const auto read = [](const char* path) {
         QFile file(QStringLiteral(QUILLMARK_SOURCE_DIR) + QLatin1String(path));
         return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
     };
-    const QString source = read("/tests/plugin/MinimalHost.h");
+    const QString source = read("/examples/host/ExportDialog.h");
     ASSERT_FALSE(source.isEmpty());
     EXPECT_TRUE(
         read("/docs/hosting.md").contains(QStringLiteral("```cpp\n") + source + QStringLiteral("```\n")));
