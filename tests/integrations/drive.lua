@@ -1,0 +1,23 @@
+-- Makes darktable export the pictures of a folder as a person would who selects all of them and presses "export".
+local dt = require "darktable"
+
+dofile(os.getenv("QUILLMARK_SOURCE_DIR") .. "/integrations/darktable/quillmark.lua")
+dt.control.dispatch(function()
+    -- The export module is there once the light table is.
+    while dt.gui.current_view().id ~= "lighttable" do
+        dt.control.sleep(50)
+    end
+    for film in os.getenv("TEST_FILM_ROLLS"):gmatch("[^\n]+") do
+        dt.database.import(film)
+    end
+    local pictures = {}
+    while #pictures < tonumber(os.getenv("TEST_PICTURES")) do
+        dt.control.sleep(50)
+        pictures = {}
+        for _, picture in ipairs(dt.database) do
+            table.insert(pictures, picture)
+        end
+    end
+    dt.gui.selection(pictures)
+    dt.gui.action("lib/export/export", 0, "", "", 1.0)
+end)
