@@ -13,7 +13,10 @@
 
 #include <gtest/gtest.h>
 
+#include <linux/capability.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <thread>
@@ -41,6 +44,24 @@ ino_t inodeOf(const QString& path) {
     struct stat found {};
     return stat(QFile::encodeName(path).constData(), &found) == 0 ? found.st_ino : 0;
 }
+
+/// The superuser may write anywhere: without that right, permissions count as they do for any user.
+class AsAnyUser {
+public:
+    AsAnyUser() {
+        syscall(SYS_capget, &header_, before_);
+        __user_cap_data_struct without[2] = {before_[0], before_[1]};
+        without[0].effective &= ~(1U << CAP_DAC_OVERRIDE | 1U << CAP_DAC_READ_SEARCH | 1U << CAP_FOWNER);
+        syscall(SYS_capset, &header_, without);
+    }
+    ~AsAnyUser() { syscall(SYS_capset, &header_, before_); }
+    AsAnyUser(const AsAnyUser&) = delete;
+    AsAnyUser& operator=(const AsAnyUser&) = delete;
+
+private:
+    __user_cap_header_struct header_{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct before_[2]{};
+};
 
 class Construction : public testing::Test {
 protected:
@@ -284,6 +305,40 @@ TEST_F(TemporaryFolder, ALinkInItsPlaceIsReplacedAndNotFollowed) {
     EXPECT_FALSE(QFileInfo(folder).isSymLink());
     EXPECT_TRUE(QFileInfo(folder).isDir());
     EXPECT_TRUE(QFile::exists(precious));
+}
+
+TEST_F(TemporaryFolder, WhatCannotBeDeletedStaysAndTheRestGoes) {
+    QDir().mkpath(folder + QStringLiteral("/locked"));
+    write(folder + QStringLiteral("/locked/IMG_0001.jpg"));
+    write(folder + QStringLiteral("/IMG_0002.jpg"));
+    write(folder + QStringLiteral("/zzz"));
+    const QString locked = folder + QStringLiteral("/locked");
+    ASSERT_TRUE(QFile::setPermissions(locked, QFile::ReadOwner | QFile::ExeOwner));
+    {
+        const AsAnyUser permissionsCount;
+        EXPECT_NE(host.makePlugIn(), nullptr);
+    }
+    EXPECT_EQ(entriesOf(folder), QStringList{QStringLiteral("locked")});
+    EXPECT_EQ(entriesOf(locked), QStringList{QStringLiteral("IMG_0001.jpg")});
+    QFile::setPermissions(locked, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+}
+
+TEST_F(TemporaryFolder, ThatCannotBeMadeOrReadIsNoReasonToFail) {
+    const QString parent = platform::temporaryFolder();
+    const auto lock = [&](QFile::Permissions permissions) {
+        ASSERT_TRUE(QFile::setPermissions(parent, permissions));
+    };
+    for (const bool isThere : {false, true}) {
+        if (isThere)
+            QDir().mkpath(folder);
+        lock(isThere ? QFile::Permissions() : QFile::ReadOwner | QFile::ExeOwner);
+        {
+            const AsAnyUser permissionsCount;
+            EXPECT_NE(host.makePlugIn(), nullptr);
+        }
+        lock(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        EXPECT_EQ(QFile::exists(folder), isThere);
+    }
 }
 
 TEST_F(TemporaryFolder, StaysAsItIsWhereTheObjectCannotBeMade) {

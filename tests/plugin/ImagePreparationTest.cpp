@@ -14,11 +14,13 @@
 
 #include <sys/resource.h>
 
+#include <atomic>
 #include <cmath>
 #include <csignal>
 #include <iostream>
 #include <random>
 #include <string>
+#include <thread>
 #include <utility>
 
 using test_support::decoded;
@@ -376,6 +378,34 @@ TEST_F(ImagePreparation, TheProgressNamesTheNextImage) {
     EXPECT_EQ(plugIn->exportProgress.currentValue, 4U);
     EXPECT_EQ(plugIn->exportProgress.message, QStringLiteral("Step 1 of 3: Preparing Image 4 of 3..."));
     EXPECT_EQ(plugIn->exportProgress.totalValue, 3U);
+}
+
+TEST_F(ImagePreparation, TheHostReadsWholeProgressRecordsMeanwhile) {
+    constexpr std::uint32_t kImages = 40;
+    plugIn->exportProgress.totalValue = kImages;
+    std::atomic<bool> isDone{false};
+    // On the host's export thread, while the host looks at the record from its own.
+    std::jthread exportThread([&] {
+        for (std::uint32_t i = 0; i < kImages; ++i)
+            offer(picture, QStringLiteral("%1.tif").arg(i), i);
+        isDone = true;
+    });
+    std::size_t last = 1;
+    do {
+        plugIn->lockProgress();
+        const hostapi::ExportProgress copy = *plugIn->progress();
+        plugIn->unlockProgress();
+        ASSERT_GE(copy.currentValue, last);
+        last = copy.currentValue;
+        if (copy.currentValue > 1) {
+            ASSERT_EQ(copy.message, QStringLiteral("Step 1 of 3: Preparing Image %1 of %2...")
+                                        .arg(copy.currentValue)
+                                        .arg(copy.totalValue));
+        }
+    } while (!isDone);
+    exportThread.join();
+    EXPECT_EQ(plugIn->exportProgress.currentValue, kImages + 1);
+    EXPECT_EQ(plugIn->exportedImagePaths->size(), qsizetype(kImages));
 }
 
 TEST_F(ImagePreparation, UndecodableDataLeavesListsAndProgressAlone) {

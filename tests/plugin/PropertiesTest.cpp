@@ -9,8 +9,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <thread>
+#include <vector>
 
 using test_support::RecordingHost;
 using test_support::waitUntil;
@@ -88,26 +90,75 @@ TEST_F(Properties, ThePlainOnesAssign) {
     EXPECT_EQ(plugIn->chosenEvent(), QStringLiteral("event"));
 }
 
-TEST_F(Properties, GettersAndSettersOnDifferentThreadsSeeWholeValues) {
-    const auto one = listOf(1);
-    const auto two = listOf(2);
-    plugIn->setEventList(one);
-    std::atomic<bool> stop{false};
-    std::thread setter([&] {
-        for (int i = 0; i < 2000; ++i) {
-            plugIn->setEventList(i % 2 ? one : two);
-            plugIn->setChosenEventId(i % 2 ? QStringLiteral("1") : QStringLiteral("22"));
-        }
-        stop = true;
-    });
-    bool onlyWholeValues = true;
-    while (!stop) {
-        const auto list = plugIn->eventList();
-        const auto id = plugIn->chosenEventId();
-        onlyWholeValues = onlyWholeValues && (list == one || list == two) &&
-                          (!id || *id == QStringLiteral("1") || *id == QStringLiteral("22"));
+TEST_F(Properties, AGetterKeepsWhatASetterReplaces) {
+    std::weak_ptr<RecordList> first;
+    {
+        auto list = listOf(3);
+        first = list;
+        plugIn->setEventList(std::move(list));
     }
-    setter.join();
+    auto kept = plugIn->eventList();
+    plugIn->setEventList(listOf(1));
+    ASSERT_EQ(kept->size(), 3U);
+    EXPECT_EQ(kept->back()->text(kNameKey), QStringLiteral("Name 2"));
+    kept.reset();
+    EXPECT_TRUE(first.expired()) << "replaced, and kept by nobody any more";
+}
+
+TEST_F(Properties, GettersAndSettersOnDifferentThreadsSeeWholeValues) {
+    constexpr int kRounds = 2000;
+    // Half a value would show by a record without its name, or by other letters.
+    const auto isWhole = [](const std::shared_ptr<RecordList>& list) {
+        return !list || std::all_of(list->begin(), list->end(),
+                                    [](const auto& record) { return record->text(kNameKey).has_value(); });
+    };
+    const auto isWholeText = [](const std::optional<QString>& text) {
+        return !text || *text == QString(text->size(), QLatin1Char('x'));
+    };
+    std::atomic<int> running{2};
+    std::vector<std::jthread> setters;
+    for (int setter = 0; setter < 2; ++setter) {
+        setters.emplace_back([&, setter] {
+            for (int i = 0; i < kRounds; ++i) {
+                const auto list = i % 7 ? listOf(1 + (i + setter) % 3) : nullptr;
+                const auto text =
+                    i % 5 ? std::optional<QString>(QString(i % 40, QLatin1Char('x'))) : std::nullopt;
+                plugIn->setEventList(list);
+                plugIn->setCategoryList(list);
+                plugIn->setPricingList(list);
+                plugIn->setChosenEvent(text);
+                plugIn->setChosenEventId(text);
+                plugIn->setChosenPricingId(text);
+                plugIn->setChosenCategory(text);
+                plugIn->setThreadLaunched(i % 2);
+                plugIn->setShouldCancelExport(i % 2);
+                plugIn->setDoResizeImages(i % 2);
+                plugIn->setAutoCreateCategories(i % 2);
+                plugIn->setHideEventControls(i % 2);
+                plugIn->setHidePricingControls(i % 2);
+            }
+            --running;
+        });
+    }
+    std::atomic<bool> onlyWholeValues{true};
+    const auto read = [&] {
+        while (running > 0) {
+            for (const auto& list : {plugIn->eventList(), plugIn->categoryList(), plugIn->pricingList()}) {
+                if (!isWhole(list))
+                    onlyWholeValues = false;
+            }
+            for (const auto& text : {plugIn->chosenEvent(), plugIn->chosenEventId(),
+                                     plugIn->chosenPricingId(), plugIn->chosenCategory()}) {
+                if (!isWholeText(text))
+                    onlyWholeValues = false;
+            }
+            (void)(plugIn->threadLaunched() && plugIn->shouldCancelExport() && plugIn->doResizeImages() &&
+                   plugIn->autoCreateCategories() && plugIn->hideEventControls() &&
+                   plugIn->hidePricingControls());
+        }
+    };
+    std::jthread otherReader(read);
+    read();
     EXPECT_TRUE(onlyWholeValues);
 }
 

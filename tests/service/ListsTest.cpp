@@ -318,11 +318,15 @@ TEST_F(Lists, CancelWhileTheListsLoadIsToldAndTheViewIsStillCompleted) {
     answer(kEventListPage, late);
     logIn();
     ASSERT_TRUE(waitForRequests(2));
+    plugIn->showProgressBar();
     plugIn->exportManagerShouldCancelExport();
     EXPECT_EQ(host.count(kCancelled), 0);
     mayAnswer.set_value();
     ASSERT_TRUE(waitForLists());
     EXPECT_EQ(host.count(kCancelled), 1);
+    EXPECT_NE(plugIn->progressBarTimer, nullptr) << "the worker tells the host, and cleans nothing up";
+    ASSERT_TRUE(plugIn->progressWindow && plugIn->progressWindow->isVisible());
+    plugIn->progressWindow->close();
     EXPECT_EQ(plugIn->eventList()->size(), 2U);
     EXPECT_EQ(plugIn->eventChooser->count(), 2);
     EXPECT_NE(plugIn->loginDetails.get(), nullptr);
