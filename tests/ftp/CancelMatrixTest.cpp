@@ -259,9 +259,9 @@ TEST_P(CancelByEach, WhileAWorkerRunsIsItsToFinishButEndsTheStream) {
 }
 
 TEST_F(Cancel, WhileTheFinishingRequestRunsIsSaidAgainWithItsAnswer) {
-    TestCertificates certificates;
-    ScriptedWebServer web(certificates.issue({QStringLiteral("www.quillmark.example")}));
-    host.useService(web.connectTo(QStringLiteral("www.quillmark.example")), certificates.caFile());
+    TestCertificates ofTheService;
+    ScriptedWebServer web(ofTheService.issue({QStringLiteral("www.quillmark.example")}));
+    host.useService(web.connectTo(QStringLiteral("www.quillmark.example")), ofTheService.caFile());
     plugIn->cleanupPriorCancel();
     plugIn = host.makePlugIn();
     std::promise<void> gate;

@@ -192,6 +192,12 @@ TEST_F(FTPRefusalsTest, RefusedConnectionIsThePlatformsError) {
     EXPECT_EQ(folderError(), posixError(ECONNREFUSED));
 }
 
+TEST_F(FTPRefusalsTest, UnreachableHostIsThePlatformsError) {
+    // All hosts at once: the system says so itself, and nothing leaves the machine.
+    transport.connectTo = QStringLiteral("ftp.quillmark.example:21:255.255.255.255:21");
+    EXPECT_EQ(folderError(), posixError(ENETUNREACH));
+}
+
 TEST_F(FTPRefusalsTest, RefusedDataConnectionIsThePlatformsError) {
     server->on("EPSV", "229 Extended passive (|||1|)");
     server->on("PASV", "227 Passive (127,0,0,1,0,1)");
