@@ -23,6 +23,8 @@ const QString kFolderInStateHome = QStringLiteral("/Quillmark/exports");
 const QString kSuffix = QStringLiteral(".journal");
 /// A file that nobody has finished making for so long is nobody's any more.
 constexpr std::chrono::hours kUnfinishedFor{24};
+/// How long the journal of an export that needs no more is kept, where no other export to its event comes.
+constexpr int kSettledKeptDays = 30;
 
 QString imageKey(const RecordedImage& image) {
     return QStringLiteral("%1/%2/%3")
@@ -31,8 +33,10 @@ QString imageKey(const RecordedImage& image) {
 }
 
 bool isNeededBeside(const ExportRecord& newest, const ExportRecord& older) {
+    const bool isOfSameEvent =
+        older.choices.account == newest.choices.account && older.choices.eventId == newest.choices.eventId;
     if (older.isSettled())
-        return false;
+        return !isOfSameEvent && older.begun.daysTo(newest.begun) <= kSettledKeptDays;
     if (!sameDestination(newest.choices, older.choices))
         return true;
     QSet<QString> again;
@@ -106,10 +110,7 @@ void reconcileJournals(const QString& folder) {
 void removeSupersededJournals(const QString& folder, const ExportRecord& newest) {
     removeUnfinishedFiles(folder);
     for (const FoundJournal& journal : journalsIn(folder)) {
-        const bool isOfSameEvent = journal.record &&
-                                   journal.record->choices.account == newest.choices.account &&
-                                   journal.record->choices.eventId == newest.choices.eventId;
-        if (journal.isHeld || !isOfSameEvent || isNeededBeside(newest, *journal.record))
+        if (journal.isHeld || !journal.record || isNeededBeside(newest, *journal.record))
             continue;
         QByteArray contents;
         QString ignored;

@@ -33,9 +33,9 @@ bool makeJournalFolder(const QString& folder, QString& error);
 /// A new journal's path in `folder`.
 QString newJournalPath(const QString& folder, const QDateTime& begun);
 
-/// Removes the journals of the same account and event that nobody holds and that nobody needs beside
-/// `newest`, which is on the disk: settled ones, and those all of whose remaining images are also images of
-/// `newest`, on their way to the same place.
+/// Removes the journals that nobody holds and that nobody needs beside `newest`, which is on the disk:
+/// settled ones of the same account and event, or older than a month, and those all of whose remaining images
+/// are also images of `newest`, on their way to the same place.
 void removeSupersededJournals(const QString& folder, const ExportRecord& newest);
 
 } // namespace host

@@ -666,6 +666,25 @@ TEST_F(Journal, OfASettledExportGoesWithTheNextOneToTheEvent) {
     EXPECT_FALSE(QFileInfo::exists(settled));
 }
 
+TEST_F(Journal, OfASettledExportIsNotKeptForEver) {
+    auto journal = begin(1);
+    prepare(*journal, 0);
+    upload(*journal, 0);
+    journal->processingConfirmed();
+    const QString settled = journal->path();
+    const QString left = create(someImages())->path();
+    const auto date = [](const QDateTime& time) { return time.toString(Qt::ISODate).toUtf8(); };
+    const QDateTime begun = journal->record().begun;
+    journal.reset();
+    for (const QString& path : {settled, left})
+        write(path, contents(path).replace(date(begun), date(begun.addDays(-31))));
+    ExportChoices other = someChoices();
+    other.eventId = QStringLiteral("78");
+    create(someImages(), other);
+    EXPECT_FALSE(QFileInfo::exists(settled));
+    EXPECT_TRUE(QFileInfo::exists(left)) << "something is left of it";
+}
+
 TEST_F(Journal, GoesWhereANewExportHasAllThatRemains) {
     auto journal = begin(3);
     prepare(*journal, 0);

@@ -1,0 +1,29 @@
+#include "host/core/JournalFormat.h"
+#include "tests/fuzz/FuzzData.h"
+
+#include <algorithm>
+
+using namespace host;
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const QByteArray contents = answerOf(data, size);
+    qint64 length = -1;
+    QString error;
+    const auto record = journal_format::read(contents, length, error);
+    if (!record) {
+        require(!error.isEmpty());
+        return 0;
+    }
+    require(length >= 0 && length <= contents.size());
+    const std::size_t count = record->images.size();
+    require(std::all_of(record->attempt.begin(), record->attempt.end(),
+                        [count](std::size_t index) { return index < count; }));
+    for (const RecordedImage& image : record->images) {
+        require(!image.name.isEmpty() && !image.name.contains(QLatin1Char('/')));
+        require(image.source.startsWith('/') && !image.source.contains('\0'));
+    }
+    // Cut to its whole lines, it says the same.
+    const auto again = journal_format::read(contents.left(length), length, error);
+    require(again && again->remaining() == record->remaining() && again->isSettled() == record->isSettled());
+    return 0;
+}
