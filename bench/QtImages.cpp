@@ -19,8 +19,9 @@ QImage prepared(const QString& path, const QString& box) {
     QImageReader::setAllocationLimit(0);
     QImage image = reader.read();
     if (box != QLatin1String("own"))
-        image = image.scaled(box.section(QLatin1Char('x'), 0, 0).toInt(), box.section(QLatin1Char('x'), 1).toInt(),
-                             Qt::KeepAspectRatio, Qt::SmoothTransformation);
+        image = image.scaled(box.section(QLatin1Char('x'), 0, 0).toInt(),
+                             box.section(QLatin1Char('x'), 1).toInt(), Qt::KeepAspectRatio,
+                             Qt::SmoothTransformation);
     image.convertToColorSpace(QColorSpace::SRgb);
     return image;
 }
@@ -32,7 +33,8 @@ int main(int argc, char** argv) {
     const QGuiApplication application(argc, argv);
     for (int i = kFirstFile; i < argc; ++i) {
         const QString path = QFile::decodeName(argv[3]) + QStringLiteral("/%1.jpg").arg(i);
-        if (!prepared(QFile::decodeName(argv[i]), QString::fromLocal8Bit(argv[1])).save(path, "jpg", std::atoi(argv[2]))) {
+        if (!prepared(QFile::decodeName(argv[i]), QString::fromLocal8Bit(argv[1]))
+                 .save(path, "jpg", std::atoi(argv[2]))) {
             std::fprintf(stderr, "qt_images: %s could not be prepared\n", argv[i]);
             return EXIT_FAILURE;
         }

@@ -1,7 +1,7 @@
 // Uploads files as an export does, and nothing else: upload_files PORT FOLDER FILE...
 //
-// The server listens on loopback and takes anonymous users. The files are deleted when it has confirmed them: give
-// links.
+// The server listens on loopback and takes anonymous users. The files are deleted when it has confirmed them:
+// give links.
 
 #include "tests/support/RecordingHost.h"
 
@@ -32,7 +32,8 @@ int main(int argc, char** argv) {
     const QApplication application(argc, argv);
     test_support::RecordingHost host;
     host.imageCount = static_cast<std::uint32_t>(argc - kFirstFile);
-    host.useService(QStringLiteral("ftp.quillmark.example:21:127.0.0.1:%1").arg(QString::fromLocal8Bit(argv[1])));
+    host.useService(
+        QStringLiteral("ftp.quillmark.example:21:127.0.0.1:%1").arg(QString::fromLocal8Bit(argv[1])));
     const std::shared_ptr<Quillmark> plugIn = host.makePlugIn();
     if (!plugIn)
         fail("no plug-in");

@@ -13,21 +13,28 @@ constexpr int kLabelColumn = 0;
 /// Below this lightness black text can't be read.
 constexpr int kDarkestReadableBackground = 128;
 
-// The choosers of a dark panel: light enough to read black on, and not glaring beside what is dark.
-constexpr QColor kLightBackground(0xd8, 0xd8, 0xd8);
-constexpr QColor kDisabledBackground(0x80, 0x80, 0x80);
-constexpr QColor kDisabledText(0x48, 0x48, 0x48);
+/// A chooser's colours: where text is entered, where the list is opened, and the text on both.
+struct ChooserColors {
+    QColor field;
+    QColor button;
+    QColor text;
+};
+
+// Those of a dark panel: light enough to read black on, and not glaring beside what is dark. A style shades
+// the button up to a lighter colour.
+const ChooserColors kLightColors{{0xe2, 0xe2, 0xe2}, {0xcc, 0xcc, 0xcc}, Qt::black};
+const ChooserColors kLightDisabledColors{{0x80, 0x80, 0x80}, {0x78, 0x78, 0x78}, {0x48, 0x48, 0x48}};
 
 bool isDark(const QPalette& palette) {
     return std::min(palette.color(QPalette::Base).lightness(), palette.color(QPalette::Button).lightness()) <
            kDarkestReadableBackground;
 }
 
-void setColors(QPalette& palette, QPalette::ColorGroup group, const QColor& background, const QColor& text) {
-    for (const auto role : {QPalette::Base, QPalette::Button})
-        palette.setColor(group, role, background);
-    for (const auto role : {QPalette::Text, QPalette::ButtonText})
-        palette.setColor(group, role, text);
+void setColors(QPalette& palette, QPalette::ColorGroup group, const ChooserColors& colors) {
+    palette.setColor(group, QPalette::Base, colors.field);
+    palette.setColor(group, QPalette::Button, colors.button);
+    palette.setColor(group, QPalette::Text, colors.text);
+    palette.setColor(group, QPalette::ButtonText, colors.text);
 }
 
 } // namespace
@@ -71,9 +78,9 @@ void PanelAppearance::alignLabels() {
 void PanelAppearance::colorChoosers() {
     QPalette colors;
     if (isDark(view_->palette())) {
-        setColors(colors, QPalette::Active, kLightBackground, Qt::black);
-        setColors(colors, QPalette::Inactive, kLightBackground, Qt::black);
-        setColors(colors, QPalette::Disabled, kDisabledBackground, kDisabledText);
+        setColors(colors, QPalette::Active, kLightColors);
+        setColors(colors, QPalette::Inactive, kLightColors);
+        setColors(colors, QPalette::Disabled, kLightDisabledColors);
     }
     for (auto* const chooser : view_->findChildren<QComboBox*>()) {
         QPalette itsColors = colors;

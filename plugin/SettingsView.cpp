@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 namespace {
 
@@ -50,6 +51,13 @@ int sliderPosition(double quality) {
     return static_cast<int>(std::lround(std::clamp(quality * hostapi::panel::kQualityScale, 0.0, top)));
 }
 
+/// Truncated toward zero. A saved quality may be any number, and its text must fit beside the slider.
+QString wholeText(double quality) {
+    using Limits = std::numeric_limits<std::int32_t>;
+    return QString::number(
+        static_cast<std::int32_t>(std::clamp<double>(quality, Limits::min(), Limits::max())));
+}
+
 /// The slider's value as the whole number nearest to it, halves away from zero.
 double wholeQuality(const QSlider& slider) {
     return std::round(static_cast<double>(slider.value()) / hostapi::panel::kQualityScale);
@@ -67,7 +75,7 @@ QWidget* Quillmark::settingsView() {
         qualitySlider->setValue(sliderPosition(imageQuality));
     }
     if (qualityValueField)
-        qualityValueField->setText(QString::number(std::trunc(imageQuality), 'f', 0));
+        qualityValueField->setText(wholeText(imageQuality));
     return settingsView_;
 }
 
@@ -115,7 +123,7 @@ void Quillmark::sliderChanged(QObject*) {
         return;
     imageQuality = wholeQuality(*qualitySlider);
     if (qualityValueField)
-        qualityValueField->setText(QString::number(wholeQuality(*qualitySlider), 'f', 0));
+        qualityValueField->setText(wholeText(wholeQuality(*qualitySlider)));
 }
 
 bool Quillmark::validateSettings() {

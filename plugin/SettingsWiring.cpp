@@ -1,6 +1,7 @@
 #include "plugin/Quillmark.h"
 
 #include "hostapi/SettingsPanel.h"
+#include "plugin/LoginFocus.h"
 #include "plugin/RecordListModel.h"
 #include "plugin/TypeToFind.h"
 
@@ -126,6 +127,7 @@ void Quillmark::connectActions() {
             if (field)
                 field->installEventFilter(returnPresses);
         }
+        new LoginFocus(loginButton, {usernameField, passwordField, rememberCheckBox}, eventChooser);
     }
     if (rememberCheckBox)
         connect(rememberCheckBox, &QCheckBox::stateChanged, this,

@@ -5,7 +5,10 @@
 
 #include <QtTest/QTest>
 #include <QtWidgets/QAbstractItemView>
+#include <QtWidgets/QLayout>
 #include <QtWidgets/QMessageBox>
+
+#include <future>
 
 namespace panel = hostapi::panel;
 using test_support::waitUntil;
@@ -70,6 +73,14 @@ protected:
         typeInto(plugIn->resizeHeight, height);
     }
 
+    /// A button of the host's, after the panel.
+    QPushButton* addButton() {
+        auto* const button = new QPushButton(dialog.get());
+        dialog->layout()->addWidget(button);
+        button->show();
+        return button;
+    }
+
     QCheckBox* automaticCategories() const {
         return plugIn->settingsView_->findChild<QCheckBox*>(panel::kAutoCreateCategoriesButton);
     }
@@ -128,6 +139,40 @@ TEST_F(PanelValidation, ReturnInThePasswordFieldLogsIn) {
     for (const QGroupBox* const box :
          {plugIn->settingsBox.data(), plugIn->eventBox.data(), plugIn->pricingBox.data()})
         EXPECT_TRUE(box->isVisible());
+}
+
+TEST_F(PanelValidation, AfterAFailedLoginTheFocusIsBackInThePassword) {
+    QPushButton* const exportButton = addButton();
+    answer(service_tests::kLoginPage, service_tests::loginAnswer("0"));
+    typeInto(plugIn->usernameField, "ann");
+    typeInto(plugIn->passwordField, "wrong");
+    QTest::keyClick(plugIn->passwordField, Qt::Key_Return);
+    EXPECT_TRUE(exportButton->hasFocus()) << "meanwhile";
+    ASSERT_TRUE(waitForStatus(service_tests::kLoginFailed));
+    EXPECT_TRUE(plugIn->passwordField->hasFocus());
+}
+
+TEST_F(PanelValidation, AfterAGoodLoginTheFocusIsOnTheEvents) {
+    addButton();
+    logInWithKeys();
+    EXPECT_TRUE(plugIn->eventChooser->hasFocus());
+}
+
+TEST_F(PanelValidation, AFocusThatTheUserMovedDuringTheLoginStays) {
+    addButton();
+    QPushButton* const other = addButton();
+    std::promise<void> gate;
+    test_support::WebAnswer later = test_support::WebAnswer::ok(service_tests::loginAnswer("0"));
+    later.gate = gate.get_future().share();
+    answer(service_tests::kLoginPage, later);
+    typeInto(plugIn->usernameField, "ann");
+    typeInto(plugIn->passwordField, "wrong");
+    QTest::keyClick(plugIn->passwordField, Qt::Key_Return);
+    EXPECT_TRUE(waitForRequests(1));
+    other->setFocus();
+    gate.set_value();
+    ASSERT_TRUE(waitForStatus(service_tests::kLoginFailed));
+    EXPECT_TRUE(other->hasFocus());
 }
 
 TEST_F(PanelValidation, EveryRuleIsAskedForInItsOrder) {

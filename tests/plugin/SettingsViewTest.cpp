@@ -232,6 +232,7 @@ TEST_F(SettingsView, ASavedQualityThatIsNoNumberOrOutOfRangeDoesNoHarm) {
     saveQuality(1e300);
     plugIn->settingsView();
     EXPECT_EQ(plugIn->qualitySlider->value(), 1200);
+    EXPECT_LE(plugIn->qualityValueField->text().size(), 11);
     saveQuality(-1e300);
     plugIn->settingsView();
     EXPECT_EQ(plugIn->qualitySlider->value(), 0);

@@ -299,6 +299,8 @@ int main(int argc, char** argv) {
         return 2;
     }
     qputenv("QT_QPA_PLATFORM", "offscreen");
+    // Whatever a window without a display can't do, it says.
+    qputenv("QT_LOGGING_RULES", "*.warning=false");
     QApplication application(argc, argv);
     QApplication::setQuitOnLastWindowClosed(false);
     QApplication::setStyle(QStringLiteral("Fusion"));
