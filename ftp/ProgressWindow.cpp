@@ -94,10 +94,7 @@ void Quillmark::showProgressBar() {
     const std::shared_ptr<Quillmark> self = shared_from_this();
     platform::RunLoop::main()->call([self] {
         // A broken-off export leaves its window open until the user cancels: there is never more than one.
-        delete self->progressBarTimer;
-        if (self->progressWindow)
-            self->progressWindow->close();
-
+        self->closeProgressBar();
         loadProgressWindow(self);
         if (self->progressWindow) {
             placeAbove(*self->progressWindow, self->settingsView_);
@@ -116,6 +113,14 @@ void Quillmark::showProgressBar() {
         QObject::connect(self->progressBarTimer, &QTimer::timeout, self->progressBarTimer,
                          [self] { self->updateTimer(); });
         self->progressBarTimer->start(kRefreshInterval);
+    });
+}
+
+void Quillmark::closeProgressBar() {
+    platform::RunLoop::main()->call([this] {
+        delete progressBarTimer;
+        if (progressWindow)
+            progressWindow->close();
     });
 }
 

@@ -27,6 +27,26 @@ void wipeBuffer(Text& text) {
     text.clear();
 }
 
+template <typename Text>
+void wipeBufferUnlessShared(Text& text) {
+    if (text.isDetached())
+        wipeBuffer(text);
+    text.clear();
+}
+
+template <typename Text, typename View>
+void appendView(Text& text, View more) {
+    const qsizetype size = text.size() + more.size();
+    if (size > text.capacity()) {
+        Text larger;
+        larger.reserve(2 * size);
+        larger.append(View(text));
+        text.swap(larger);
+        wipeBufferUnlessShared(larger);
+    }
+    text.append(more);
+}
+
 /// The encoding of the locale that the user's environment names. Not the one that is set: a host may have set
 /// none, and later versions of Qt put LC_CTYPE into UTF-8 whatever the user's is.
 QByteArray defaultEncoding() {
@@ -77,6 +97,20 @@ void wipe(QString& text) {
 }
 void wipe(QByteArray& bytes) {
     wipeBuffer(bytes);
+}
+
+void wipeUnlessShared(QString& text) {
+    wipeBufferUnlessShared(text);
+}
+void wipeUnlessShared(QByteArray& bytes) {
+    wipeBufferUnlessShared(bytes);
+}
+
+void appendSecret(QString& text, QStringView more) {
+    appendView(text, more);
+}
+void appendSecret(QByteArray& bytes, QByteArrayView more) {
+    appendView(bytes, more);
 }
 
 QString textFromDefaultCString(const QByteArray& bytes) {

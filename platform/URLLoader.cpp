@@ -88,8 +88,10 @@ public:
         QByteArray body;
         body.swap(body_);
         // libcurl takes headers that break off for an answer without a body.
-        if (result != CURLE_OK || !headersAreComplete_)
+        if (result != CURLE_OK || !headersAreComplete_) {
+            wipe(body);
             return {};
+        }
         long status = 0;
         curl_easy_getinfo(handle_, CURLINFO_RESPONSE_CODE, &status);
         return {static_cast<int>(status), body};
@@ -142,7 +144,7 @@ private:
         const auto length = static_cast<qsizetype>(count);
         if (length > kMaximumBodySize - body.size())
             return 0;
-        body.append(bytes, length);
+        appendSecret(body, QByteArrayView(bytes, length));
         return count;
     }
 

@@ -3,6 +3,7 @@
 #include <QtCore/QRegularExpression>
 #include <QtCore/QStringConverter>
 
+#include <algorithm>
 #include <array>
 
 namespace platform {
@@ -22,7 +23,10 @@ constexpr std::array<char16_t, 32> kWindows1252 = {
 QString declaredEncoding(const QByteArray& data) {
     static const QRegularExpression declaration(
         QStringLiteral(R"(^<\?xml\s[^>]*?\sencoding\s*=\s*["']([A-Za-z][A-Za-z0-9._-]*)["'])"));
-    const auto match = declaration.match(QString::fromLatin1(data.left(kDeclarationLength)));
+    // No further than the declaration: what follows may be a password, and this copy is not wiped.
+    const auto start = QByteArrayView(data).first(std::min(data.size(), kDeclarationLength));
+    const qsizetype end = std::max<qsizetype>(start.indexOf("?>"), 0);
+    const auto match = declaration.match(QString::fromLatin1(start.first(end)));
     return match.captured(1).toLower();
 }
 
@@ -40,8 +44,9 @@ QString decoded(const QByteArray& data, QStringConverter::Encoding encoding) {
     // What is not allowed reads as NUL, which no document may hold either.
     QStringDecoder decoder(encoding, QStringConverter::Flag::ConvertInvalidToNull);
     QString text = decoder.decode(data);
-    const qsizetype end = text.indexOf(QChar::Null);
-    return end < 0 ? text : text.left(end);
+    if (const qsizetype end = text.indexOf(QChar::Null); end >= 0)
+        text.truncate(end);
+    return text;
 }
 
 } // namespace

@@ -29,7 +29,7 @@ bool parseDocument(const QString& document, XMLParserDelegate* delegate) {
         if (token == QXmlStreamReader::StartElement)
             delegate->didStartElement(reader.qualifiedName().toString(), attributesOf(reader));
         else if (token == QXmlStreamReader::Characters)
-            delegate->foundCharacters(reader.text().toString());
+            delegate->foundCharacters(reader.text());
         else if (token == QXmlStreamReader::EndElement)
             delegate->didEndElement(reader.qualifiedName().toString());
     }

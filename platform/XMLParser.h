@@ -3,6 +3,7 @@
 #include <QtCore/QByteArray>
 #include <QtCore/QHash>
 #include <QtCore/QString>
+#include <QtCore/QStringView>
 
 namespace platform {
 
@@ -12,8 +13,9 @@ public:
     virtual ~XMLParserDelegate() = default;
     /// Names are as written, prefix included.
     virtual void didStartElement(const QString& name, const QHash<QString, QString>& attributes) = 0;
-    /// Character data, CDATA and expanded entities; one text may come in several pieces.
-    virtual void foundCharacters(const QString& text) = 0;
+    /// Character data, CDATA and expanded entities; one text may come in several pieces. The characters live
+    /// no longer than the call.
+    virtual void foundCharacters(QStringView text) = 0;
     virtual void didEndElement(const QString& name) = 0;
 };
 

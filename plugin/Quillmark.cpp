@@ -175,14 +175,7 @@ void Quillmark::exportManagerShouldCancelExport() {
 void Quillmark::cleanupPriorCancel() {
     // The timer that ends here may hold the last reference.
     const auto self = shared_from_this();
-    platform::RunLoop::main()->call([this] {
-        if (progressBarTimer) {
-            progressBarTimer->stop();
-            delete progressBarTimer;
-        }
-        if (progressWindow)
-            progressWindow->close();
-    });
+    closeProgressBar();
     setEventList(nullptr);
     setCategoryList(nullptr);
     setPricingList(nullptr);

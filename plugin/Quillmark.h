@@ -87,7 +87,7 @@ public:
     void exportManagerDidFinishExport() override;
     /// Any thread.
     void exportManagerShouldCancelExport() override;
-    /// Any thread; what it does to the timer and the window it does on the main thread, and waits.
+    /// Any thread.
     void cleanupPriorCancel();
 
     // --- plugin/ImagePreparation.cpp: on the host's export thread ---
@@ -161,6 +161,8 @@ public:
     // --- ftp/ProgressWindow.cpp ---
 
     void showProgressBar();
+    /// Any thread: stops the timer, then closes the window, on the main thread, and waits.
+    void closeProgressBar();
     void updateTimer();
     void _incrementUploadProgress(std::int32_t byteCount);
     void cancelDuringUpload(QObject* sender);

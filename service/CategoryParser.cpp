@@ -36,7 +36,7 @@ void CategoryParser::didEndElement(const QString& name) {
         TextCollector::didEndElement(name);
 }
 
-void CategoryParser::store(const QString& key, QString& value) {
+void CategoryParser::store(const QString& key, const QString& value) {
     if (category)
         category->setText(key, value);
 }

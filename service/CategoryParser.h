@@ -21,7 +21,7 @@ private:
     static const KeySet& initialize();
     void didStartElement(const QString& name, const QHash<QString, QString>& attributes) override;
     void didEndElement(const QString& name) override;
-    void store(const QString& key, QString& value) override;
+    void store(const QString& key, const QString& value) override;
 
     AtomicProperty<std::shared_ptr<RecordList>> categories_;
     /// Stays at the category that has ended until the next one starts: a name in between is its name.

@@ -12,12 +12,6 @@ constexpr std::uint16_t kPort = 0;
 const QString kSavingFailed = QStringLiteral("There was an error saving the password to the keychain.");
 const QString kSavingFailedInfo = QStringLiteral("Informative Message: %1, %2");
 
-/// Wipes what nobody else holds: a store in memory may share the bytes, and then they are its own.
-void wipeUnlessShared(QByteArray& bytes) {
-    if (bytes.isDetached())
-        platform::wipe(bytes);
-}
-
 } // namespace
 
 hostapi::InternetPassword Quillmark::keychainAttributes(const QString& userName) const {
@@ -48,7 +42,8 @@ void Quillmark::storePasswordInKeyChain(const Record& details) {
         attributes.account.truncate(userName.size());
         status = keychain.addInternetPassword(attributes, password, &item);
     }
-    wipeUnlessShared(password);
+    // A store in memory may share the bytes, and then they are its own.
+    platform::wipeUnlessShared(password);
     if (status != hostapi::kCredentialSuccess)
         environment->alerts.runModal(
             {hostapi::AlertStyle::Critical, kSavingFailed,
@@ -62,7 +57,7 @@ std::optional<QString> Quillmark::getPasswordfromKeyChain(const QString& userNam
         return std::nullopt;
     // Stored as UTF-8, but read in the default encoding.
     QString text = platform::textFromDefaultCString(password);
-    wipeUnlessShared(password);
+    platform::wipeUnlessShared(password);
     return text;
 }
 

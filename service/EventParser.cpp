@@ -49,7 +49,7 @@ void EventParser::didEndElement(const QString& name) {
         TextCollector::didEndElement(name);
 }
 
-void EventParser::store(const QString& key, QString& value) {
+void EventParser::store(const QString& key, const QString& value) {
     if (event)
         event->setText(key, value);
     if (pricingTemplate)

@@ -23,7 +23,7 @@ private:
     static const KeySet& initialize();
     void didStartElement(const QString& name, const QHash<QString, QString>& attributes) override;
     void didEndElement(const QString& name) override;
-    void store(const QString& key, QString& value) override;
+    void store(const QString& key, const QString& value) override;
 
     AtomicProperty<std::shared_ptr<RecordList>> events_;
     AtomicProperty<std::shared_ptr<RecordList>> pricingTemplates_;

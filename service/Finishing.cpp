@@ -10,14 +10,6 @@ namespace {
 const QString kNoPricingId = QStringLiteral("0");
 const QString kCompleteMessage = QStringLiteral("Your Quillmark export is complete.");
 
-void closeProgressWindow(Quillmark& plugIn) {
-    platform::RunLoop::main()->call([&plugIn] {
-        delete plugIn.progressBarTimer;
-        if (plugIn.progressWindow)
-            plugIn.progressWindow->close();
-    });
-}
-
 } // namespace
 
 void Quillmark::_startFinishThread() {
@@ -26,13 +18,13 @@ void Quillmark::_startFinishThread() {
     if (finishThreadRef)
         return;
     // Without a thread the request gets no answer.
-    closeProgressWindow(*this);
+    closeProgressBar();
     environment->observer.finishingRequestUnanswered();
 }
 
 void Quillmark::finishingThread() {
     // Before the request: the window is gone while the service processes the images.
-    closeProgressWindow(*this);
+    closeProgressBar();
     const auto details = loginDetails.get();
     platform::URLLoader loader(environment->configuration.transport);
     const auto answer = acceptedAnswer(

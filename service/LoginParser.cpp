@@ -22,11 +22,6 @@ bool LoginParser::parseData(const QByteArray& data) {
     return true;
 }
 
-void LoginParser::store(const QString& key, QString& value) {
-    if (key == kPasswordElement) {
-        loginResult()->setText(kEncPasswordKey, value);
-        platform::wipe(value);
-    } else {
-        loginResult()->setText(key, value);
-    }
+void LoginParser::store(const QString& key, const QString& value) {
+    loginResult()->setText(key == kPasswordElement ? kEncPasswordKey : key, value);
 }

@@ -13,6 +13,6 @@ bool PricingParser::parseData(const QByteArray& data) {
     return true;
 }
 
-void PricingParser::store(const QString&, QString& value) {
+void PricingParser::store(const QString&, const QString& value) {
     setResult(value);
 }

@@ -18,7 +18,7 @@ public:
 private:
     /// The elements that are collected.
     static const KeySet& initialize();
-    void store(const QString& key, QString& value) override;
+    void store(const QString& key, const QString& value) override;
 
     AtomicProperty<std::optional<QString>> result_;
 };

@@ -58,8 +58,8 @@ public:
     void removeText(const QString& key) {
         QString removed = texts_.take(key);
         // A reader of a shared text keeps it.
-        if (isSecret(key) && removed.isDetached())
-            platform::wipe(removed);
+        if (isSecret(key))
+            platform::wipeUnlessShared(removed);
     }
     const QHash<QString, QString>& texts() const { return texts_; }
 

@@ -1,7 +1,13 @@
 #include "service/TextCollector.h"
 
+#include "platform/Secret.h"
+
 TextCollector::TextCollector(const KeySet& interestingKeys)
     : interestingKeys_(interestingKeys) {}
+
+TextCollector::~TextCollector() {
+    dropText();
+}
 
 void TextCollector::parse(const QByteArray& data) {
     platform::XMLParser parser(data);
@@ -12,19 +18,26 @@ void TextCollector::parse(const QByteArray& data) {
 void TextCollector::didStartElement(const QString& name, const QHash<QString, QString>&) {
     if (!interestingKeys_.contains(name))
         return;
+    dropText();
     keyInProgress = name;
     textInProgress = QString();
 }
 
-void TextCollector::foundCharacters(const QString& text) {
+void TextCollector::foundCharacters(QStringView text) {
     if (textInProgress)
-        textInProgress->append(text);
+        platform::appendSecret(*textInProgress, text);
 }
 
 void TextCollector::didEndElement(const QString& name) {
     if (name != keyInProgress)
         return;
     store(name, *textInProgress);
-    textInProgress.reset();
+    dropText();
     keyInProgress.reset();
+}
+
+void TextCollector::dropText() {
+    if (textInProgress)
+        platform::wipeUnlessShared(*textInProgress);
+    textInProgress.reset();
 }

@@ -25,18 +25,22 @@ protected:
     /// `interestingKeys` names the elements that are collected; it must outlive the parser. The wrapper
     /// elements of the answers are not among them.
     explicit TextCollector(const KeySet& interestingKeys);
+    ~TextCollector() override;
 
     /// Reads a whole answer, or what is well-formed of it; its records so far are kept.
     void parse(const QByteArray& data);
 
     void didStartElement(const QString& name, const QHash<QString, QString>& attributes) override;
-    void foundCharacters(const QString& text) override;
+    void foundCharacters(QStringView text) override;
     void didEndElement(const QString& name) override;
 
     /// Stores the value of a collected element that has ended.
-    virtual void store(const QString& key, QString& value) = 0;
+    virtual void store(const QString& key, const QString& value) = 0;
 
 private:
+    /// Ends a collection. Its text may be a password: what nobody has taken is wiped.
+    void dropText();
+
     const KeySet& interestingKeys_;
     std::optional<QString> keyInProgress;
     std::optional<QString> textInProgress;

@@ -20,7 +20,7 @@ public:
             texts.append(key + QLatin1Char('=') + attributes.value(key));
         add(texts.join(QLatin1Char(' ')));
     }
-    void foundCharacters(const QString& text) override {
+    void foundCharacters(QStringView text) override {
         length += text.size();
         if (keepsTexts && !isText)
             events.append(QString());

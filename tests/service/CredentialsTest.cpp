@@ -1,9 +1,11 @@
 // What is remembered of a login: the three defaults, and the password in the keychain.
 
 #include "platform/Keychain.h"
+#include "platform/Secret.h"
 #include "plugin/DefaultsKeys.h"
 #include "tests/service/ServiceTest.h"
 #include "tests/support/CharacterLocale.h"
+#include "tests/support/FreedMemory.h"
 
 #include <QtTest/QTest>
 
@@ -135,6 +137,20 @@ TEST_F(Credentials, PasswordIsReadByExactlyItsAttributes) {
     EXPECT_TRUE(host.alerts().empty());
     // Reading wipes nothing of the store's own.
     EXPECT_EQ(entries()[0]->password, "secret");
+}
+
+TEST_F(Credentials, SavingAndReadingLeaveNoPasswordInMemory) {
+    const QString password = QStringLiteral("correct horse battery staple");
+    const test_support::FreedMemory freed("correct horse battery staple");
+    save(kAnn, kSecret);
+    save(kAnn, password);
+    auto read = plugIn->getPasswordfromKeyChain(kAnn);
+    EXPECT_EQ(read, password);
+    platform::wipe(*read);
+    host.credentials.failAdd = Keychain::kAuthFailed;
+    save(QStringLiteral("bob"), password);
+    EXPECT_EQ(host.alerts().size(), 1U);
+    EXPECT_EQ(freed.findings(), 0);
 }
 
 TEST_F(Credentials, PasswordBeyondASCIISurvivesInAUTF8LocaleAlone) {
