@@ -24,6 +24,23 @@ QString latin1(const char* text) {
     return QString::fromLatin1(text);
 }
 
+/// Calls back at each event of a type that it filters.
+class Told final : public QObject {
+public:
+    Told(QEvent::Type type, std::function<void()> callback)
+        : type_(type)
+        , callback_(std::move(callback)) {}
+    bool eventFilter(QObject*, QEvent* event) override {
+        if (event->type() == type_)
+            callback_();
+        return false;
+    }
+
+private:
+    const QEvent::Type type_;
+    const std::function<void()> callback_;
+};
+
 class Finishing : public ServiceTest {
 protected:
     void SetUp() override {
@@ -146,6 +163,17 @@ TEST_F(Finishing, ProgressWindowIsClosedBeforeTheRequestIsSent) {
     EXPECT_FALSE(wasVisible);
     EXPECT_FALSE(timer);
     EXPECT_FALSE(plugIn->progressBarTimer);
+}
+
+TEST_F(Finishing, TimerIsStoppedBeforeTheWindowIsClosed) {
+    plugIn->showProgressBar();
+    QStringList order;
+    QObject::connect(plugIn->progressBarTimer, &QObject::destroyed,
+                     [&order] { order.append(latin1("timer")); });
+    Told closing(QEvent::Close, [&order] { order.append(latin1("window")); });
+    plugIn->progressWindow->installEventFilter(&closing);
+    finishAndWait();
+    EXPECT_EQ(order, (QStringList{latin1("timer"), latin1("window")}));
 }
 
 TEST_F(Finishing, EachStartReplacesTheThread) {

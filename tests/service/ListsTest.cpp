@@ -5,6 +5,8 @@
 #include <QtTest/QSignalSpy>
 #include <QtTest/QTest>
 
+#include <thread>
+
 using namespace service_tests;
 using test_support::runLoopFor;
 using test_support::waitUntil;
@@ -32,6 +34,17 @@ WebAnswer categoriesByEvent(const WebRequest& request, const QByteArrayList& fai
         return WebAnswer::of(500, "broken");
     return WebAnswer::ok("<x><Category id='1'><Name>Ceremony " + id +
                          "</Name></Category><Category id='2'><Name>Dance " + id + "</Name></Category></x>");
+}
+
+/// The share of light pixels in what a control draws.
+double lightShare(QWidget& control) {
+    const QImage picture = control.grab().toImage();
+    int light = 0;
+    for (int y = 0; y < picture.height(); ++y) {
+        for (int x = 0; x < picture.width(); ++x)
+            light += picture.pixelColor(x, y).lightness() > 180 ? 1 : 0;
+    }
+    return static_cast<double>(light) / (picture.width() * picture.height());
 }
 
 class Lists : public ServiceTest {
@@ -130,9 +143,13 @@ TEST_F(Lists, ChoosersKeepALightBackgroundInADarkPalette) {
         EXPECT_EQ(palette.color(QPalette::Text), QColor(Qt::black));
         EXPECT_EQ(palette.color(QPalette::ButtonText), QColor(Qt::black));
     }
-    // What is drawn where the prompt stands: hardly anything but light pixels and the dark text.
-    const QImage picture = plugIn->categoryChooser->lineEdit()->grab().toImage();
-    EXPECT_GT(picture.pixelColor(picture.width() - 2, picture.height() / 2).lightness(), 200);
+    // What is drawn: hardly anything but light pixels and the dark text.
+    for (QWidget* const control :
+         std::initializer_list<QWidget*>{plugIn->eventChooser, plugIn->pricingChooser,
+                                         plugIn->categoryChooser, plugIn->categoryChooser->lineEdit()})
+        EXPECT_GT(lightShare(*control), 0.75) << control->objectName().toStdString();
+    // So the desktop is dark, and the other fields are.
+    EXPECT_LT(lightShare(*plugIn->resizeWidth), 0.25);
     closeDialog();
     QApplication::setPalette(light);
 }
@@ -148,6 +165,28 @@ TEST_F(Lists, AnswerWithoutEventsStillRevealsTheControls) {
     EXPECT_EQ(plugIn->eventChooser->placeholderText(), text("Select an event..."));
     EXPECT_FALSE(plugIn->hidePricingControls());
     EXPECT_TRUE(targets(kCategoryListPage).isEmpty());
+}
+
+TEST_F(Lists, ControlsOfAnAbsentListStayHidden) {
+    loadEvents(1);
+    const auto events = plugIn->eventList();
+    const auto pricing = plugIn->pricingList();
+    for (const bool hasEvents : {true, false}) {
+        plugIn->setEventList(hasEvents ? events : nullptr);
+        plugIn->setPricingList(hasEvents ? nullptr : pricing);
+        plugIn->setHideEventControls(true);
+        plugIn->setHidePricingControls(true);
+        plugIn->setThreadLaunched(true);
+        plugIn->loginButton->setEnabled(false);
+        plugIn->doneEventLoad();
+        EXPECT_EQ(plugIn->hideEventControls(), !hasEvents);
+        EXPECT_EQ(plugIn->eventChooser->isVisible(), hasEvents);
+        EXPECT_EQ(plugIn->hidePricingControls(), hasEvents);
+        EXPECT_EQ(plugIn->pricingChooser->isVisible(), !hasEvents);
+        // All else is done.
+        EXPECT_FALSE(plugIn->threadLaunched());
+        EXPECT_TRUE(plugIn->loginButton->isEnabled());
+    }
 }
 
 TEST_F(Lists, RejectedEventListLeavesTheViewWaiting) {
@@ -332,6 +371,58 @@ TEST_F(Lists, CancelWhileTheListsLoadIsToldAndTheViewIsStillCompleted) {
     EXPECT_NE(plugIn->loginDetails.get(), nullptr);
     EXPECT_FALSE(plugIn->hideEventControls());
     EXPECT_EQ(targets(kCategoryListPage).size(), 2);
+}
+
+TEST_F(Lists, CancelWhileTheListsLoadIsToldByTheWorkerAndTouchesNothingElse) {
+    Gate gate;
+    answer(kEventListPage, gate.hold(WebAnswer::ok(eventListAnswer(2))));
+    logIn();
+    ASSERT_TRUE(waitForRequests(2));
+    plugIn->showProgressBar();
+    const QPointer<QWidget> window = plugIn->progressWindow;
+    const QPointer<QTimer> timer = plugIn->progressBarTimer;
+    ASSERT_TRUE(window && timer);
+    const auto details = plugIn->loginDetails.get();
+    plugIn->exportManagerShouldCancelExport();
+
+    std::thread::id teller;
+    bool listsWereThere = false;
+    bool wasStillBusy = false;
+    host.onCall = [&](const QString& call) {
+        if (call != kCancelled)
+            return;
+        teller = std::this_thread::get_id();
+        listsWereThere = plugIn->eventList()->size() == 2 && plugIn->pricingList()->size() == 2;
+        wasStillBusy = plugIn->threadLaunched();
+    };
+    gate.open();
+    ASSERT_TRUE(waitForLists());
+    EXPECT_EQ(host.count(kCancelled), 1);
+    EXPECT_NE(teller, std::this_thread::get_id());
+    EXPECT_TRUE(listsWereThere);
+    EXPECT_TRUE(wasStillBusy) << "told before the view is completed";
+    EXPECT_TRUE(window && window->isVisible());
+    EXPECT_TRUE(timer && timer->isActive());
+    EXPECT_EQ(plugIn->loginDetails.get(), details);
+    EXPECT_NE(plugIn->categoryList(), nullptr);
+    EXPECT_FALSE(plugIn->hideEventControls());
+    host.onCall = nullptr;
+    plugIn->closeProgressBar();
+}
+
+TEST_F(Lists, CancelWhileTheEventListFailsIsNotToldByItsWorker) {
+    Gate gate;
+    answer(kEventListPage, gate.hold(WebAnswer::of(500, "broken")));
+    logIn();
+    ASSERT_TRUE(waitForRequests(2));
+    plugIn->exportManagerShouldCancelExport();
+    gate.open();
+    ASSERT_TRUE(
+        waitUntil([this] { return host.count(kListsFailed) == 1 && !plugIn->eventThreadRef->isRunning(); }));
+    runLoopFor(50ms);
+    EXPECT_EQ(host.calls(), (QStringList{kListsFailed}));
+    EXPECT_TRUE(plugIn->threadLaunched());
+    EXPECT_NE(plugIn->eventList(), nullptr);
 }
 
 TEST_F(Lists, ListsSurviveALogoutAndTheNextLoginReplacesThem) {

@@ -1,9 +1,14 @@
 // Login and logout: the panel's states, the login record, and what the service is asked.
 
+#include "platform/RunLoop.h"
 #include "plugin/DefaultsKeys.h"
 #include "tests/service/ServiceTest.h"
 
+#include <QtGui/QKeyEvent>
 #include <QtTest/QTest>
+#include <QtWidgets/QApplication>
+
+#include <thread>
 
 using namespace service_tests;
 using test_support::runLoopFor;
@@ -339,6 +344,60 @@ TEST_F(Login, CancelDuringALoginIsFinishedByTheWorker) {
     EXPECT_TRUE(plugIn->loggedInStatusLabel->text().isEmpty());
     EXPECT_FALSE(plugIn->isLoggedIn);
     EXPECT_TRUE(targets(kEventListPage).isEmpty());
+}
+
+TEST_F(Login, CancelDuringALoginClosesTheProgressWindowBeforeTheHostIsTold) {
+    Gate gate;
+    answer(kLoginPage, gate.hold(WebAnswer::ok(loginAnswer())));
+    type(kAnn, kSecret);
+    pressLoginButton();
+    ASSERT_TRUE(waitForRequests(1));
+    plugIn->showProgressBar();
+    const QPointer<QWidget> window = plugIn->progressWindow;
+    const QPointer<QTimer> timer = plugIn->progressBarTimer;
+    ASSERT_TRUE(window && timer);
+    plugIn->exportManagerShouldCancelExport();
+    EXPECT_TRUE(window && window->isVisible()) << "the worker finishes the cancel";
+    EXPECT_TRUE(timer && timer->isActive());
+
+    bool wasOpen = true;
+    bool hadRecord = true;
+    std::thread::id teller;
+    host.onCall = [&](const QString&) {
+        teller = std::this_thread::get_id();
+        platform::RunLoop::main()->call([&] { wasOpen = timer || (window && window->isVisible()); });
+        hadRecord = plugIn->loginDetails.get() != nullptr;
+    };
+    gate.open();
+    EXPECT_TRUE(waitUntil([this] { return host.count(kCancelled) == 1; }));
+    EXPECT_TRUE(waitUntil([this] { return !plugIn->loginThreadRef->isRunning(); }));
+    host.onCall = nullptr;
+    EXPECT_NE(teller, std::this_thread::get_id());
+    EXPECT_FALSE(wasOpen);
+    EXPECT_FALSE(hadRecord);
+    EXPECT_EQ(host.calls(), (QStringList{kCancelled}));
+}
+
+TEST_F(Login, FurtherPressesWhileALoginRunsSendNothing) {
+    Gate gate;
+    answer(kLoginPage, gate.hold(WebAnswer::ok(loginAnswer("0"))));
+    type(kAnn, kSecret);
+    pressLoginButton();
+    ASSERT_TRUE(waitForRequests(1));
+    pressLoginButton();
+    plugIn->loginButton->click();
+    for (QLineEdit* const field : {plugIn->usernameField.data(), plugIn->passwordField.data()}) {
+        for (const Qt::Key key : {Qt::Key_Return, Qt::Key_Enter}) {
+            QTest::keyClick(field, key);
+            // Also where the key comes without the window's own look at who is enabled.
+            QKeyEvent press(QEvent::KeyPress, key, Qt::NoModifier);
+            QApplication::sendEvent(field, &press);
+        }
+    }
+    expectNoRequest(1);
+    gate.open();
+    ASSERT_TRUE(waitForStatus(kLoginFailed));
+    expectNoRequest(1);
 }
 
 TEST_F(Login, CancelDuringAFailingLoginIsFinishedLikewise) {

@@ -24,6 +24,20 @@ QByteArray loginAnswer(const QByteArray& success = "1", const QByteArray& highRe
 /// An event list answer with events "id" 1 to `count`, named "Event N", and two pricing templates.
 QByteArray eventListAnswer(int count);
 
+/// Holds answers back until the test lets them go.
+class Gate {
+public:
+    test_support::WebAnswer hold(test_support::WebAnswer answer) const {
+        answer.gate = future_;
+        return answer;
+    }
+    void open() { promise_.set_value(); }
+
+private:
+    std::promise<void> promise_;
+    const std::shared_future<void> future_ = promise_.get_future().share();
+};
+
 /// A plug-in with its panel in a dialog, and a service that answers by script.
 ///
 /// At its end nothing may refer to the plug-in any more, nor any thread be at work for it.
