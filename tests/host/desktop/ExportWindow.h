@@ -5,6 +5,7 @@
 #include "host/desktop/MainWindow.h"
 #include "hostapi/SettingsPanel.h"
 #include "tests/host/FakePlugInScript.h"
+#include "tests/host/desktop/MessageAnswers.h"
 #include "tests/host/desktop/PhotographFolder.h"
 #include "tests/support/Waiting.h"
 
@@ -14,37 +15,11 @@
 #include <QtWidgets/QComboBox>
 #include <QtWidgets/QGroupBox>
 #include <QtWidgets/QLineEdit>
-#include <QtWidgets/QMessageBox>
 
 #include <gtest/gtest.h>
 
 #include <memory>
 #include <optional>
-
-/// Answers every message box with the button that is wished for, and keeps what it said.
-class MessageAnswers {
-public:
-    MessageAnswers() {
-        QObject::connect(&timer_, &QTimer::timeout, &timer_, [this] { answerOne(); });
-        timer_.start(5);
-    }
-    QStringList texts;
-    QMessageBox::StandardButton wish = QMessageBox::Ok;
-
-private:
-    void answerOne() {
-        for (QWidget* const widget : QApplication::topLevelWidgets()) {
-            auto* const box = qobject_cast<QMessageBox*>(widget);
-            if (!box || !box->isVisible())
-                continue;
-            QAbstractButton* const wished = box->button(wish);
-            texts << box->text() + QLatin1Char('|') + box->informativeText();
-            (wished ? wished : box->button(QMessageBox::Ok))->click();
-            return;
-        }
-    }
-    QTimer timer_;
-};
 
 /// The application's window with a plug-in that does what a test tells it, driven by its real controls.
 class ExportWindow : public testing::Test {
