@@ -34,10 +34,10 @@ class Home:
             "LANG": "C.UTF-8",
         }
 
-    def run(self, *arguments, watch=None) -> "Run":
+    def run(self, *arguments, login=LOGIN, watch=None) -> "Run":
         """Runs the command to its end. `watch` is called with the process and each of its lines."""
         process = subprocess.Popen(
-            [EXPORT, *LOGIN, *map(str, arguments)],
+            [EXPORT, *login, *map(str, arguments)],
             stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, env=self.environment,
         )
         process.stdin.write(PASSWORD + "\n")
@@ -228,6 +228,12 @@ class Resumption(unittest.TestCase):
         stored = len(self.stored)
         self.resume_and_check(0)
         self.assertEqual(len(self.stored), stored, "only the finishing request is sent")
+
+    def test_of_the_remembered_account_asks_for_nothing(self):
+        self.export_killed(step(3, 0.5))
+        run = self.home.run("--resume", login=["--json"])
+        self.assertEqual(run.lines[-1]["outcome"], "finished", run)
+        self.assertEqual(self.arrived(), self.names)
 
     def test_of_a_file_that_was_sent_by_half_replaces_it(self):
         self.at_store = lambda name: self.ftp.cut() if name == "1.jpg" else None

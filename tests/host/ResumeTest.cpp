@@ -183,6 +183,15 @@ TEST_F(Resume, KeepsTheReasonWhyImagesAreLeft) {
         EXPECT_EQ(image.reason, QStringLiteral("It is so.: Line\nby line."));
 }
 
+TEST_F(Resume, NeedsNoPasswordInTheJournal) {
+    EXPECT_EQ(run("upload-breaks", {QStringLiteral("--remember")}).wait(), 1);
+    QFile journal(journals().at(0).path);
+    ASSERT_TRUE(journal.open(QIODevice::ReadOnly));
+    const QByteArray contents = journal.readAll();
+    EXPECT_TRUE(contents.contains("\"account\":\"ann\""));
+    EXPECT_FALSE(contents.contains("secret"));
+}
+
 TEST_F(Resume, AfterAnInterruptionGoesOn) {
     CommandRun& interrupted = run("hangs");
     ASSERT_TRUE(
