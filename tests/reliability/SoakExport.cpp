@@ -344,7 +344,11 @@ Photographs::Photographs(int count) {
 }
 
 Outcome runExport(const Plan& plan, const Photographs& photographs) {
-    return std::make_shared<Run>(plan, photographs)->run();
+    auto run = std::make_shared<Run>(plan, photographs);
+    const Outcome outcome = run->run();
+    const std::weak_ptr<Run> remaining = std::exchange(run, nullptr);
+    EXPECT_TRUE(waitUntil([&] { return remaining.expired(); })) << "what was put off must still be done";
+    return outcome;
 }
 
 } // namespace soak
