@@ -6,6 +6,7 @@
 #include "tests/service/ServiceTest.h"
 #include "tests/support/CharacterLocale.h"
 #include "tests/support/FreedMemory.h"
+#include "tests/support/ScriptedFTPServer.h"
 
 #include <QtTest/QTest>
 
@@ -281,10 +282,30 @@ TEST_F(Credentials, LoginWithTheBoxOffLeavesTheSavedPassword) {
     EXPECT_EQ(host.defaults().value(defaults_keys::kQuillmarkUsername), kAnn);
 }
 
-TEST_F(Credentials, UserWhoNeverSavedAPasswordHasNone) {
+TEST_F(Credentials, TransferUsesTheSavedPasswordAlsoAfterALoginWithAnother) {
+    const test_support::ScriptedFTPServer ftp;
+    makePlugInThatReaches(ftp.connectTo());
+    plugIn->rememberCheckBox->setChecked(true);
+    logInAndLoadLists();
+    makePlugIn();
+    logIn(kAnn, QStringLiteral("changed"));
+    ASSERT_TRUE(waitForLists());
+    plugIn->createPath(QStringLiteral("77/"), &Quillmark::createdCategoryDirectory);
+    EXPECT_TRUE(waitUntil([&] { return ftp.commands().contains("PASS secret"); }));
+    EXPECT_TRUE(ftp.commands().contains("USER ann"));
+    EXPECT_TRUE(host.alerts().empty());
+}
+
+TEST_F(Credentials, UserWhoNeverSavedAPasswordLogsInButTheTransferHasNone) {
+    const test_support::ScriptedFTPServer ftp;
+    makePlugInThatReaches(ftp.connectTo());
     logInAndLoadLists();
     EXPECT_TRUE(plugIn->isLoggedIn);
     EXPECT_EQ(plugIn->getPasswordfromKeyChain(kAnn), std::nullopt);
+    plugIn->createPath(QStringLiteral("77/"), &Quillmark::createdCategoryDirectory);
+    ASSERT_TRUE(waitUntil([this] { return !host.alerts().empty(); }));
+    EXPECT_EQ(host.alerts()[0].alert.message, QStringLiteral("There was an error reading the password."));
+    EXPECT_FALSE(ftp.commands().contains("PASS secret"));
 }
 
 TEST_F(Credentials, ClickingTheBoxStoresItsStateAlone) {

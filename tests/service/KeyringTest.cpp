@@ -4,6 +4,12 @@
 #include "tests/service/ServiceTest.h"
 #include "tests/support/KeyringSession.h"
 
+#include <QtCore/QDir>
+#include <QtCore/QDirIterator>
+#include <QtCore/QFile>
+
+#include <unistd.h>
+
 using namespace service_tests;
 using test_support::KeyringSession;
 
@@ -13,6 +19,11 @@ const QString kAnn = QStringLiteral("ann");
 const QString kUnlocked = QStringLiteral("unlocked");
 const QString kLocked = QStringLiteral("locked");
 const QString kAbsent = QStringLiteral("absent");
+
+QByteArray contentsOf(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
 
 class Keyring : public ServiceTest {
 protected:
@@ -60,6 +71,37 @@ TEST_F(Keyring, RememberedPasswordIsKeptThereForTheNextPlugIn) {
     EXPECT_EQ(plugIn->passwordField->text(), QStringLiteral("secret"));
     EXPECT_TRUE(waitForStatus(kLoggedIn));
     EXPECT_TRUE(waitForLists());
+}
+
+TEST_F(Keyring, PasswordStandsNowhereElse) {
+    const KeyringSession session(kUnlocked);
+    const QString password = QStringLiteral("Uncommon-Horse-4711");
+    host.offersHostServices = false; // alerts and defaults are the desktop's as well
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    for (const char* success : {"0", "1"}) {
+        answer(kLoginPage, loginAnswer(success));
+        makePlugIn();
+        plugIn->rememberCheckBox->setChecked(true);
+        logIn(kAnn, password);
+    }
+    EXPECT_TRUE(waitForLists());
+    EXPECT_EQ(found(kAnn), password.toUtf8());
+    QByteArray everything = QByteArray::fromStdString(testing::internal::GetCapturedStdout() +
+                                                      testing::internal::GetCapturedStderr());
+    for (char** variable = environ; *variable; ++variable)
+        everything += *variable;
+    everything += contentsOf(QStringLiteral("/proc/self/cmdline"));
+    // The test's own home, which holds what the desktop keeps for the user.
+    QDirIterator files(QDir::homePath() + QStringLiteral("/.."), QDir::Files | QDir::Hidden,
+                       QDirIterator::Subdirectories);
+    int count = 0;
+    for (; files.hasNext(); ++count)
+        everything += contentsOf(files.next());
+    EXPECT_GT(count, 0);
+    EXPECT_TRUE(everything.contains("quillmarkUsername")) << "the defaults are among them";
+    EXPECT_FALSE(everything.contains(password.toUtf8()));
+    EXPECT_FALSE(everything.contains(password.toUtf8().toBase64().chopped(4)));
 }
 
 TEST_F(Keyring, SecondSaveChangesTheItem) {

@@ -227,6 +227,11 @@ TEST_F(Lists, FailedCategoriesLeaveTheirEventWithoutAny) {
     EXPECT_EQ(plugIn->categoryList(), nullptr);
     EXPECT_EQ(plugIn->categoryChooser->count(), 0);
     EXPECT_EQ(plugIn->chosenEventId(), text("3"));
+    // Then a category is typed, or made of the project's name.
+    EXPECT_FALSE(plugIn->validateSettings());
+    EXPECT_EQ(host.alerts().back().alert.message, text("Please select a category"));
+    QTest::keyClicks(plugIn->categoryChooser->lineEdit(), text("Speeches"));
+    EXPECT_TRUE(plugIn->validateSettings());
 }
 
 TEST_F(Lists, AlbumWithoutCategoriesEmptiesTheCategoryChooser) {

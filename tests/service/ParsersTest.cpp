@@ -227,6 +227,16 @@ TEST(CategoryParser, NameOpenAcrossTheEndOfACategoryIsTheNextOnes) {
     EXPECT_EQ(categories("<x><Category id='1'/><Name>a<Category id='2'/></Name></x>"), list({"1=-", "2=a"}));
 }
 
+TEST(CategoryParser, CategoryInACategoryTakesThePlaceOfTheOuterOne) {
+    EXPECT_EQ(categories("<x><Category id='1'><Category id='2'/><Name>N</Name></Category></x>"),
+              list({"2=N", "2=N"}));
+}
+
+TEST(CategoryParser, NameThatEndsInNoCategoryIsDropped) {
+    EXPECT_EQ(categories("<x><Name>N</Name></x>"), list({}));
+    EXPECT_TRUE(categories("This is no XML").isEmpty());
+}
+
 TEST(CategoryParser, RecordsCompleteBeforeAnErrorAreKept) {
     EXPECT_EQ(categories("<x><Category id='1'/><Category id='2'></x>"), list({"1=-"}));
 }

@@ -92,6 +92,11 @@ void ServiceTest::makePlugIn() {
     dialog->show();
 }
 
+void ServiceTest::makePlugInThatReaches(const QString& connectTo) {
+    host.useService(server.connectTo(kWebHost) + QStringLiteral(", ") + connectTo, certificates().caFile());
+    makePlugIn();
+}
+
 void ServiceTest::closeDialog() {
     plugIn.reset();
     dialog.reset();

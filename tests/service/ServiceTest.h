@@ -56,6 +56,8 @@ protected:
 
     /// Makes the plug-in and its dialog anew.
     void makePlugIn();
+    /// The same with a further server, by its entry of `Transport::connectTo`.
+    void makePlugInThatReaches(const QString& connectTo);
     /// The host lets go of the plug-in and destroys its dialog.
     void closeDialog();
 
