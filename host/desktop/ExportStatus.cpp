@@ -33,7 +33,6 @@ ExportStatus::ExportStatus(QWidget* parent)
     message_->setObjectName(QStringLiteral("exportMessage"));
     waiting_->setObjectName(QStringLiteral("waitingLabel"));
     cancelButton_->setObjectName(QStringLiteral("cancelExportButton"));
-    bar_->setAccessibleName(tr("Export progress"));
     bar_->setFixedWidth(kBarWidth);
     auto* const layout = new QHBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
@@ -47,6 +46,7 @@ void ExportStatus::showEvent(QShowEvent*) {
     stage_.clear();
     message_->clear();
     bar_->setRange(0, 0);
+    bar_->setAccessibleName(tr("Export progress"));
     cancelButton_->setEnabled(true);
 }
 
@@ -67,7 +67,8 @@ void ExportStatus::announceStage(const QString& message) {
     if (stageOf(message) == stage_)
         return;
     stage_ = stageOf(message);
-    // Once a stage: the numbers are there for who asks for them.
+    // Screen readers read out how far a bar is, with its name: that tells of the stage.
+    bar_->setAccessibleName(tr("Export progress, %1").arg(stage_));
     QAccessibleEvent announcement(message_, QAccessible::Alert);
     QAccessible::updateAccessibility(&announcement);
 }

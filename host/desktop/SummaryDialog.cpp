@@ -91,10 +91,10 @@ void SummaryDialog::addButtons() {
     if (const std::size_t count = record.remaining().size(); count > 0)
         usual = addButton(tr("Export the &Remaining %1…").arg(count), "exportRemainingButton",
                           Decision::ExportRemaining);
-    usual->setDefault(true);
-    usual->setFocus();
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
     layout()->addWidget(buttons);
+    usual->setDefault(true);
+    usual->setFocus();
 }
 
 void SummaryDialog::decide(Decision decision) {

@@ -22,6 +22,8 @@ def wait_for(what: str, condition):
     """The first true value of `condition`, looked at again and again."""
     deadline = time.monotonic() + DEADLINE
     while True:
+        while GLib.MainContext.default().iteration(False):
+            pass  # What the bus has told goes to its listeners.
         try:
             if value := condition():
                 return value
@@ -62,6 +64,28 @@ def display():
         bus.wait()
         server.terminate()
         server.wait()
+
+
+class ProgressListener:
+    """What a screen reader hears of progress bars: names and values, as they change."""
+
+    def __init__(self):
+        self.heard: list[tuple[str, float]] = []
+        self._listener = Atspi.EventListener.new(self._note)
+
+    def __enter__(self):
+        self._listener.register("object:property-change:accessible-value")
+        return self
+
+    def __exit__(self, *_):
+        self._listener.deregister("object:property-change:accessible-value")
+
+    def _note(self, event):
+        try:
+            if event.source.get_role() == Atspi.Role.PROGRESS_BAR:
+                self.heard.append((event.source.get_name(), Atspi.Value.get_current_value(event.source)))
+        except GLib.Error:
+            pass  # It has just gone.
 
 
 class Application:

@@ -3,7 +3,7 @@ open keyring."""
 
 import unittest
 
-from desktop import Application, Atspi, display, wait_for
+from desktop import Application, Atspi, ProgressListener, display, wait_for
 from export_test import PASSWORD, service_data
 from forwarder import Forwarder
 from harness import DEADLINE, Sandbox, folder, photograph
@@ -94,8 +94,11 @@ class DesktopApplication(unittest.TestCase):
 
     def test_a_selected_folder_arrives_in_the_gallery(self):
         application = self.start(self.shoot)
-        self.export_all(application)
-        self.answer_and_close(application)
+        with ProgressListener() as progress:
+            self.export_all(application)
+            self.answer_and_close(application)
+        stages = {name for name, _ in progress.heard if name.startswith("Export progress")}
+        self.assertLessEqual({"Export progress, Step 1 of 3", "Export progress, Step 3 of 3"}, stages)
         self.assertEqual(self.arrived(), self.names)
         self.assertEqual(self.stored, self.names)
         self.assertEqual(self.remaining(), 0)

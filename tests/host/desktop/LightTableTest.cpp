@@ -184,7 +184,10 @@ TEST_F(Window, ADoubleClickOpensThePreviewOfThatPhotograph) {
     QTest::mouseClick(table()->viewport(), Qt::LeftButton, {}, centre(1));
     QTest::mouseDClick(table()->viewport(), Qt::LeftButton, {}, centre(1));
     ASSERT_TRUE(preview()->isVisible());
-    const auto shown = [this] { return preview()->grab().toImage().pixelColor(preview()->rect().center()); };
+    const auto shown = [this] {
+        const QImage image = preview()->grab().toImage();
+        return image.pixelColor(image.rect().center());
+    };
     EXPECT_TRUE(waitUntil([&shown] { return shown() == QColor(Qt::blue); }));
 }
 
@@ -224,7 +227,8 @@ TEST_F(Window, TheSliderChangesTheThumbnailsAndLoadsLargerOnes) {
         action("Larger Thumbnails")->trigger();
     EXPECT_EQ(slider->value(), LightTable::kLargestSide);
     EXPECT_GT(table()->visualRect(index(0)).width(), before.width());
-    EXPECT_TRUE(waitUntil([&width] { return width() >= LightTable::kLargestSide; }));
+    EXPECT_TRUE(waitUntil(
+        [this, &width] { return width() >= LightTable::kLargestSide * table()->devicePixelRatioF(); }));
 }
 
 TEST_F(Window, SortsByTypeAtTheMenusWord) {
