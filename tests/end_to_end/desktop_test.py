@@ -1,7 +1,12 @@
 """quillmark, the desktop application, from a folder of photographs to the service's gallery. Runs in a session with an
 open keyring."""
 
+import os
+import pathlib
+import time
 import unittest
+
+from PIL import Image, ImageGrab
 
 from desktop import Application, Atspi, ProgressListener, display, wait_for
 from export_test import PASSWORD, service_data
@@ -171,6 +176,36 @@ class DesktopApplication(unittest.TestCase):
         application.kill()
         self.answer_and_close(self.go_on())
         self.assertEqual(self.arrived(), self.names)
+
+
+class DesktopStart(unittest.TestCase):
+    """Measured in a release build, with nothing beside it."""
+
+    COLOR = (200, 60, 40)
+    LIMIT = 1.0
+
+    def first_thumbnail(self, home: Home, shoot: pathlib.Path) -> float:
+        """Seconds from the start to the first picture on the screen."""
+        started = time.monotonic()
+        with Application(home.environment, shoot):
+            wait_for("a thumbnail", lambda: self.is_on_screen(ImageGrab.grab(xdisplay=os.environ["DISPLAY"])))
+            return time.monotonic() - started
+
+    def is_on_screen(self, screen: Image.Image) -> bool:
+        colors = screen.convert("RGB").reduce(8).getcolors(1 << 16)
+        return any(all(abs(a - b) < 8 for a, b in zip(color, self.COLOR)) for _, color in colors)
+
+    def test_the_first_of_a_thousand_photographs_is_seen_within_a_second(self):
+        here = self.enterContext(folder())
+        self.enterContext(display())
+        home = Home(here / "home", here / "none.ini")
+        shoot = here / "Smith"
+        shoot.mkdir()
+        Image.new("RGB", (4000, 3000), self.COLOR).save(shoot / "0.jpg", quality=95)
+        for index in range(1, 1000):
+            os.link(shoot / "0.jpg", shoot / f"{index}.jpg")
+        times = sorted(self.first_thumbnail(home, shoot) for _ in range(3))
+        self.assertLess(times[1], self.LIMIT, times)
 
 
 if __name__ == "__main__":
