@@ -1,11 +1,13 @@
+#include "tests/platform/FTPServerProcess.h"
 #include "tests/platform/StreamRun.h"
 
 #include <QtCore/QCryptographicHash>
 #include <QtCore/QDir>
 #include <QtCore/QFile>
-#include <QtCore/QProcess>
 #include <QtCore/QRegularExpression>
 #include <QtCore/QTemporaryDir>
+
+#include <optional>
 
 using namespace ftp_stream_tests;
 using namespace platform;
@@ -43,23 +45,15 @@ std::string nameOf(const testing::TestParamInfo<RealServer>& info) {
 class FTPServersTest : public testing::TestWithParam<RealServer> {
 protected:
     FTPServersTest() {
-        QStringList arguments{kProgram, QString::fromLatin1(GetParam().program), folder.path()};
+        QStringList arguments{kPython, kProgram, QString::fromLatin1(GetParam().program), folder.path()};
         transport.ftpSecurity = GetParam().security;
         if (transport.ftpSecurity == FTPSecurity::Required) {
             const ServerCertificate certificate = certificates.issue({kHost});
             arguments << certificate.certificateFile << certificate.keyFile;
             transport.caFile = certificates.caFile();
         }
-        process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        process.start(kPython, arguments);
-        while (!process.canReadLine() && process.waitForReadyRead()) {
-        }
-        const int port = process.readLine().trimmed().toInt();
-        transport.connectTo = QStringLiteral("%1:21:127.0.0.1:%2").arg(kHost).arg(port);
-    }
-    ~FTPServersTest() override {
-        process.closeWriteChannel();
-        process.waitForFinished();
+        process.emplace(arguments);
+        transport.connectTo = QStringLiteral("%1:21:127.0.0.1:%2").arg(kHost).arg(process->port());
     }
 
     bool run(StreamRun& stream) const {
@@ -97,7 +91,7 @@ protected:
 
     TestCertificates certificates;
     QTemporaryDir folder;
-    QProcess process;
+    std::optional<FTPServerProcess> process;
     Transport transport;
 };
 
