@@ -1,5 +1,6 @@
 #include "platform/Image.h"
 
+#include "platform/HuffmanCodes.h"
 #include "platform/JPEGSegments.h"
 #include "platform/Pixels.h"
 #include "platform/TIFFDirectory.h"
@@ -36,17 +37,13 @@ constexpr std::uint64_t kMostPixels = std::uint64_t{1} << 30;
 /// A file that is so small for so many pixels holds no photograph: it is made to keep a decoder busy.
 constexpr std::uint64_t kManyPixels = std::uint64_t{1} << 28;
 constexpr std::uint64_t kMostPixelsPerByte = 100;
-/// What a decoder may hold of an image at once, together with an encoder.
+/// What a decoder may hold of an image at once.
 constexpr std::uint64_t kMostBytesHeld = std::uint64_t{896} << 20;
 /// Each scan passes the whole image; encoders make a dozen.
 constexpr int kMostScans = 100;
 
 /// PNG, section 11.2.5: the empty chunk that ends a file, with its length and check sum.
 constexpr QByteArrayView kPNGEnd("\0\0\0\0IEND\xAE\x42\x60\x82", 12);
-
-/// Up to this size a JPEG gets codes of its own, which make it some 8 per cent smaller: the encoder holds the
-/// whole image for that, in 6 bytes a pixel.
-constexpr std::uint64_t kMostPixelsWithOwnCodes = std::uint64_t{1} << 26;
 
 /// Malloc's own to begin with (mallopt(3)): setting it says that it must not grow.
 constexpr int kMallocsTrimThreshold = 128 * 1024;
@@ -75,11 +72,6 @@ std::uint64_t pixelCount(const VImage& image) {
     return static_cast<std::uint64_t>(image.width()) * static_cast<std::uint64_t>(image.height());
 }
 
-/// What a JPEG's coefficients take where they are held all at once.
-std::uint64_t bytesOfCoefficients(const VImage& image) {
-    return pixelCount(image) * static_cast<std::uint64_t>(image.bands()) * sizeof(std::int16_t);
-}
-
 /// What a decoder holds of the image at once, at most.
 std::uint64_t bytesHeld(const VImage& header, std::string_view loader) {
     constexpr std::uint64_t kWebPSize = 4 + 4; // The decoder's own pixels, and those that it delivers.
@@ -92,7 +84,7 @@ std::uint64_t bytesHeld(const VImage& header, std::string_view loader) {
         return pixels * pixelSize * kHEIFCopies;
     if (header.get_typeof("interlaced") == 0)
         return 0;
-    return loader == kJPEGLoader ? bytesOfCoefficients(header) : pixels * pixelSize;
+    return pixels * pixelSize * (loader == kJPEGLoader ? sizeof(std::int16_t) : 1); // A JPEG's coefficients.
 }
 
 bool isWithinBounds(const VImage& header, std::string_view loader, const QByteArray& data) {
@@ -148,17 +140,21 @@ QByteArray bytesOf(const Blob& blob) {
     return QByteArray::fromRawData(data, static_cast<qsizetype>(size));
 }
 
-/// The encoder drops the profile along with all metadata, so the profile is put back.
-std::optional<QByteArray> encoded(const Pixels& pixels, double quality, std::uint64_t heldByDecoder) {
-    const bool hasOwnCodes = pixelCount(pixels.image()) <= kMostPixelsWithOwnCodes &&
-                             heldByDecoder + bytesOfCoefficients(pixels.image()) <= kMostBytesHeld;
-    const Blob jpeg(pixels.image().jpegsave_buffer(VImage::option()
-                                                       ->set("Q", encoderQuality(quality))
-                                                       ->set("optimize_coding", hasOwnCodes)
-                                                       ->set("strip", true)));
-    if (pixels.profile())
-        return withICCProfile(bytesOf(jpeg), *pixels.profile());
+/// With codes of its own, which the encoder would hold the whole image for.
+QByteArray encodedPixels(const VImage& image, double quality) {
+    const Blob jpeg(image.jpegsave_buffer(VImage::option()
+                                              ->set("Q", encoderQuality(quality))
+                                              ->set("optimize_coding", false)
+                                              ->set("strip", true)));
+    if (const auto smaller = withOwnHuffmanCodes(bytesOf(jpeg)))
+        return *smaller;
     return QByteArray(bytesOf(jpeg).constData(), bytesOf(jpeg).size());
+}
+
+/// The encoder drops the profile along with all metadata, so the profile is put back.
+std::optional<QByteArray> encoded(const Pixels& pixels, double quality) {
+    const QByteArray jpeg = encodedPixels(pixels.image(), quality);
+    return pixels.profile() ? withICCProfile(jpeg, *pixels.profile()) : jpeg;
 }
 
 /// Gives back what malloc keeps free between what it still uses: it would add up from image to image.
@@ -200,7 +196,6 @@ struct Image::Source {
     std::uint32_t width = 0;
     std::uint32_t height = 0;
     bool isJPEG = false;
-    std::uint64_t bytesHeld = 0; ///< By the decoder, at most.
     Pixels::Extra extra = Pixels::Extra::Alpha;
 };
 
@@ -239,9 +234,9 @@ std::unique_ptr<Image> Image::open(const QByteArray& data) {
         const auto extra = extraComponent(data, loader);
         if (!extra || !isWithinBounds(header, loader, data))
             return nullptr;
-        return std::unique_ptr<Image>(new Image(std::make_unique<Source>(Source{
-            data, static_cast<std::uint32_t>(header.width()), static_cast<std::uint32_t>(header.height()),
-            loader == kJPEGLoader, bytesHeld(header, loader), *extra})));
+        return std::unique_ptr<Image>(new Image(std::make_unique<Source>(
+            Source{data, static_cast<std::uint32_t>(header.width()),
+                   static_cast<std::uint32_t>(header.height()), loader == kJPEGLoader, *extra})));
     });
 }
 
@@ -269,15 +264,14 @@ std::optional<QByteArray> Image::scaledJPEG(std::int32_t width, std::int32_t hei
             options->set("shrink", shrinkOnLoad(std::min(double(source_->width) / width,
                                                          double(source_->height) / height)));
         const Pixels pixels = Pixels(load(source_->data, options), source_->extra).scaledTo(width, height);
-        return encoded(pixels.convertedTo(colorSpace), quality, source_->bytesHeld);
+        return encoded(pixels.convertedTo(colorSpace), quality);
     });
 }
 
 std::optional<QByteArray> Image::asJPEG(double quality) const {
     const HeapTrim afterwards;
     return unlessItFails([&] {
-        return encoded(Pixels(load(source_->data, loadOptions()), source_->extra).withEightBits(), quality,
-                       source_->bytesHeld);
+        return encoded(Pixels(load(source_->data, loadOptions()), source_->extra).withEightBits(), quality);
     });
 }
 

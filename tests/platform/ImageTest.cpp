@@ -433,22 +433,17 @@ TEST(Image, MoreThanTheBestQualityIsTheBest) {
 
 // --- Bounds ---
 
-TEST(Image, AnImmensePictureIsEncodedWithTheStandardsCodes) {
-    // The encoder would have to hold all of it for codes of its own.
+TEST(Image, AnImmensePictureIsEncodedWithCodesOfItsOwnToo) {
     constexpr qsizetype kSizeOfStandardTables =
         2 * (1 + 16 + 12) + 2 * (1 + 16 + 162); // ITU T.81, annex K.3.
-    const auto sizeOfTables = [](const QByteArray& jpeg) {
-        qsizetype size = 0;
-        for (const auto& segment : segments(jpeg)) {
-            if (segment.marker == kHuffmanTables)
-                size += segment.payload.size();
-        }
-        return size;
-    };
     const VImage grey = patches({{90, 100, 110}}, 1, 100);
-    EXPECT_LT(sizeOfTables(unscaled(file(grey, ".png"))), kSizeOfStandardTables);
-    EXPECT_EQ(sizeOfTables(unscaled(file(grey.replicate(90, 80), ".png[compression=1]"))),
-              kSizeOfStandardTables);
+    qsizetype sizeOfTables = 0;
+    for (const auto& segment : segments(unscaled(file(grey.replicate(90, 80), ".png[compression=1]")))) {
+        if (segment.marker == kHuffmanTables)
+            sizeOfTables += segment.payload.size();
+    }
+    EXPECT_GT(sizeOfTables, 0);
+    EXPECT_LT(sizeOfTables, kSizeOfStandardTables);
 }
 
 TEST(Image, SeveralThreadsPrepareTheSamePictureAlike) {
