@@ -67,7 +67,7 @@ LightTable::LightTable(PhotographModel& model, QWidget* parent)
     connect(&loadTimer_, &QTimer::timeout, this, &LightTable::loadVisible);
     const auto loadSoon = [this] { loadTimer_.start(); };
     connect(&model, &QAbstractItemModel::rowsInserted, this, loadSoon);
-    connect(&model, &QAbstractItemModel::modelReset, this, loadSoon);
+    connect(&model, &QAbstractItemModel::modelReset, this, [this] { loader_.forgetAll(); });
     connect(&model, &QAbstractItemModel::layoutChanged, this, loadSoon);
     connect(this, &QListView::doubleClicked, this, &LightTable::previewRequested);
     setThumbnailSide(kUsualSide);

@@ -127,6 +127,11 @@ void PictureLoader::forgetFailures() {
     unreadable_.clear();
 }
 
+void PictureLoader::forgetAll() {
+    cache_.clear();
+    unreadable_.clear();
+}
+
 void PictureLoader::keep(const QByteArray& path, int side, const QImage& image) {
     if (image.isNull())
         unreadable_.insert(path);

@@ -33,6 +33,8 @@ public:
     qsizetype cachedBytes() const { return cache_.totalCost(); }
     /// Forgets which pictures could not be read: their files may have changed.
     void forgetFailures();
+    /// Forgets everything, for the same reason.
+    void forgetAll();
 
 Q_SIGNALS:
     /// The picture is at hand, or can't be read.

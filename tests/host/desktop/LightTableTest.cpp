@@ -101,6 +101,23 @@ TEST_F(Window, ShowsWhatCannotBeReadAsSuch) {
     }));
 }
 
+TEST_F(Window, LooksAnewAtWhatIsOpenedAgain) {
+    const auto isUnreadable = [this] {
+        return index(0).data(Qt::AccessibleTextRole).toString().contains(QStringLiteral("cannot be read"));
+    };
+    const QByteArray path = folder_.file(QStringLiteral("a.png"), "no picture");
+    open({path}, 1);
+    ASSERT_TRUE(waitUntil(isUnreadable));
+    action("Clear the Light Table")->trigger();
+    open({path}, 1);
+    EXPECT_TRUE(waitUntil(isUnreadable));
+    action("Clear the Light Table")->trigger();
+    folder_.picture(QStringLiteral("a.png"));
+    open({path}, 1);
+    EXPECT_TRUE(waitUntil([this] { return isLoaded(0); }));
+    EXPECT_FALSE(isUnreadable());
+}
+
 TEST_F(Window, SelectsWithTheMouseLikeAFileManager) {
     fill(8);
     const auto click = [this](int row, Qt::KeyboardModifiers modifiers = Qt::NoModifier) {
