@@ -2,6 +2,7 @@
 #include "host/core/Locations.h"
 #include "host/desktop/MainWindow.h"
 
+#include <QtGui/QIcon>
 #include <QtWidgets/QApplication>
 
 #include <unistd.h>
@@ -38,6 +39,7 @@ int main(int argc, char** argv) {
     QApplication application(argc, argv);
     QApplication::setApplicationDisplayName(QStringLiteral("Quillmark"));
     QApplication::setDesktopFileName(QStringLiteral("quillmark"));
+    QApplication::setWindowIcon(QIcon::fromTheme(QStringLiteral("quillmark")));
     host::desktop::MainWindow window(
         {host::installedOrBuiltBundle().value_or(QString()), host::userJournalFolder(), nullptr, nullptr});
     window.open(paths(argc, argv));
