@@ -1,12 +1,12 @@
 #include "plugin/Quillmark.h"
 
 #include "hostapi/SettingsPanel.h"
+#include "plugin/ControlFilters.h"
 #include "plugin/LoginFocus.h"
 #include "plugin/RecordListModel.h"
 #include "plugin/TypeToFind.h"
 
 #include <QtCore/QSignalBlocker>
-#include <QtGui/QKeyEvent>
 
 #include <algorithm>
 #include <functional>
@@ -28,45 +28,6 @@ template <typename Control>
 void connectOutlet(QPointer<Control>& outlet, const QWidget& view, QLatin1String name) {
     outlet = view.findChild<Control*>(name);
 }
-
-/// Return in a field presses a button. The key goes no further, so that it does not also press the
-/// default button of the dialog that holds the view.
-class ReturnKeyPresses final : public QObject {
-public:
-    explicit ReturnKeyPresses(QPushButton* button)
-        : QObject(button)
-        , button_(button) {}
-
-    bool eventFilter(QObject* watched, QEvent* event) override {
-        if (event->type() != QEvent::KeyPress)
-            return QObject::eventFilter(watched, event);
-        const int key = static_cast<QKeyEvent*>(event)->key();
-        if (key != Qt::Key_Return && key != Qt::Key_Enter)
-            return QObject::eventFilter(watched, event);
-        button_->click();
-        return true;
-    }
-
-private:
-    QPushButton* const button_;
-};
-
-/// Keeps the wheel from changing a control that it only passes over: a host may scroll the panel.
-class WheelNeedsFocus final : public QObject {
-public:
-    explicit WheelNeedsFocus(QWidget* control)
-        : QObject(control) {
-        control->setFocusPolicy(Qt::StrongFocus);
-        control->installEventFilter(this);
-    }
-
-    bool eventFilter(QObject* watched, QEvent* event) override {
-        const bool isPassing = event->type() == QEvent::Wheel && !static_cast<QWidget*>(watched)->hasFocus();
-        if (isPassing)
-            event->ignore();
-        return isPassing;
-    }
-};
 
 /// Gives a chooser items of its own, and returns what sets them: no item is selected afterwards, and
 /// none of it counts as a choice.
@@ -160,8 +121,10 @@ void Quillmark::connectChoosers() {
         connect(pricingChooser, &QComboBox::currentIndexChanged, this,
                 [this] { changePricing(pricingChooser); });
     for (QComboBox* const chooser : {eventChooser.data(), pricingChooser.data()}) {
-        if (chooser)
-            new TypeToFind(chooser);
+        if (!chooser)
+            continue;
+        new TypeToFind(chooser);
+        new WholeTextInToolTip(chooser);
     }
     connectCategoryText();
     connectColorspaceChooser();

@@ -8,10 +8,13 @@
 
 #include <QtCore/QRegularExpression>
 #include <QtGui/QAccessible>
+#include <QtGui/QHelpEvent>
+#include <QtGui/QTextDocumentFragment>
 #include <QtGui/QWheelEvent>
 #include <QtTest/QTest>
 #include <QtWidgets/QApplication>
 #include <QtWidgets/QDialog>
+#include <QtWidgets/QToolTip>
 #include <QtWidgets/QVBoxLayout>
 
 #include <gtest/gtest.h>
@@ -376,6 +379,20 @@ TEST_F(PanelAppearance, TheWheelChangesOnlyTheControlThatHasTheFocus) {
     plugIn->qualitySlider->setFocus();
     EXPECT_TRUE(turnWheel(plugIn->qualitySlider));
     EXPECT_LT(plugIn->imageQuality, 12.0);
+}
+
+TEST_F(PanelAppearance, AChoosersToolTipShowsItsTextWholeAndLiterally) {
+    auto record = std::make_shared<Record>();
+    record->setText(kNameKey, QStringLiteral("<b>&Smith</b> ") + QString(200, QLatin1Char('W')));
+    plugIn->setEventList(std::make_shared<RecordList>(1, record));
+    plugIn->eventChooser->setCurrentIndex(0);
+    const QPoint middle = plugIn->eventChooser->rect().center();
+    QHelpEvent asks(QEvent::ToolTip, middle, plugIn->eventChooser->mapToGlobal(middle));
+    QApplication::sendEvent(plugIn->eventChooser, &asks);
+    EXPECT_TRUE(QToolTip::isVisible());
+    EXPECT_EQ(QTextDocumentFragment::fromHtml(QToolTip::text()).toPlainText(),
+              plugIn->eventChooser->currentText());
+    QToolTip::hideText();
 }
 
 TEST_F(PanelAppearance, ArrowKeysMoveTheQualityByOne) {
