@@ -2,6 +2,7 @@
 
 #include "plugin/DefaultsKeys.h"
 #include "tests/service/ServiceTest.h"
+#include "tests/support/FreedMemory.h"
 #include "tests/support/KeyringSession.h"
 
 #include <QtCore/QDir>
@@ -102,6 +103,24 @@ TEST_F(Keyring, PasswordStandsNowhereElse) {
     EXPECT_TRUE(everything.contains("quillmarkUsername")) << "the defaults are among them";
     EXPECT_FALSE(everything.contains(password.toUtf8()));
     EXPECT_FALSE(everything.contains(password.toUtf8().toBase64().chopped(4)));
+}
+
+TEST_F(Keyring, SavingAndReadingLeaveNoPasswordInMemory) {
+    const KeyringSession session(kUnlocked);
+    makePlugIn();
+    const QString password = QStringLiteral("Uncommon-Horse-4711");
+    const test_support::FreedMemory freed("Uncommon-Horse-4711");
+    {
+        Record details;
+        details.setText(kUsernameKey, kAnn);
+        details.setText(kPasswordKey, password);
+        plugIn->storePasswordInKeyChain(details);
+        plugIn->storePasswordInKeyChain(details);
+        auto read = plugIn->getPasswordfromKeyChain(kAnn);
+        EXPECT_EQ(read, password);
+        platform::wipe(*read);
+    }
+    EXPECT_EQ(freed.findings(), 0);
 }
 
 TEST_F(Keyring, SecondSaveChangesTheItem) {
