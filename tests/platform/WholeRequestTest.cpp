@@ -26,9 +26,10 @@ constexpr auto kLimit = 500ms;
 extern "C" CURLcode __real_curl_easy_setopt(CURL* handle, CURLoption option, ...);
 
 /// The linker puts this in the place of the library's. All that is ever set has a pointer's size.
-extern "C" CURLcode __wrap_curl_easy_setopt(CURL* handle, CURLoption option, ...) {
+extern "C" CURLcode __wrap_curl_easy_setopt(CURL* handle, int optionNumber, ...) {
+    const auto option = static_cast<CURLoption>(optionNumber);
     va_list arguments;
-    va_start(arguments, option);
+    va_start(arguments, optionNumber);
     void* const value = va_arg(arguments, void*);
     va_end(arguments);
     if (option == CURLOPT_TIMEOUT_MS)

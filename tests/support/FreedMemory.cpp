@@ -6,7 +6,14 @@
 #include <atomic>
 #include <cstring>
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(__has_feature)
+#define QUILLMARK_HAS_FEATURE(feature) __has_feature(feature)
+#else
+#define QUILLMARK_HAS_FEATURE(feature) 0
+#endif
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) ||                                         \
+    QUILLMARK_HAS_FEATURE(address_sanitizer) || QUILLMARK_HAS_FEATURE(thread_sanitizer)
 #define QUILLMARK_HAS_FREE_HOOKS 1
 // The sanitizers' interface, for which g++ has no header.
 extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*)(const volatile void*, std::size_t),
