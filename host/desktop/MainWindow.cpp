@@ -304,8 +304,11 @@ void MainWindow::renameProject() {
     dialog.setLabelText(
         tr("Project of the selected %1:").arg(photographs(static_cast<std::size_t>(selected.size()))));
     dialog.setTextValue(selected.first().data(PhotographModel::ProjectRole).toString());
-    if (dialog.exec() == QDialog::Accepted && !dialog.textValue().trimmed().isEmpty())
-        model_.setProject(lightTable_->selectionModel()->selectedIndexes(), dialog.textValue().trimmed());
+    const QString project = dialog.exec() == QDialog::Accepted ? dialog.textValue().trimmed() : QString();
+    if (project.isEmpty())
+        return;
+    model_.setProject(lightTable_->selectionModel()->selectedIndexes(), project);
+    updateSelection();
 }
 
 void MainWindow::openPreview() {
@@ -351,7 +354,17 @@ void MainWindow::updateSelection() {
     renameProjectAction_->setEnabled(selected > 0);
     exportAction_->setEnabled(selected > 0);
     const QString all = photographs(static_cast<std::size_t>(model_.rowCount()));
-    selectionLabel_->setText(selected == 0 ? all : tr("%1 of %2 selected").arg(selected).arg(all));
+    selectionLabel_->setText(
+        selected == 0
+            ? all
+            : tr("%1 of %2 selected, %3").arg(QString::number(selected), all, projectOfSelection()));
+}
+
+QString MainWindow::projectOfSelection() const {
+    QSet<QString> projects;
+    for (const QModelIndex& index : lightTable_->selectionModel()->selectedIndexes())
+        projects.insert(index.data(PhotographModel::ProjectRole).toString());
+    return projects.size() == 1 ? tr("project “%1”").arg(*projects.begin()) : tr("several projects");
 }
 
 } // namespace host::desktop

@@ -56,6 +56,7 @@ private:
     void setSortOrder(SortOrder order);
     void readCaptureTimes();
     void updateSelection();
+    QString projectOfSelection() const;
 
     PhotographModel model_;
     CaptureTimeReader captureTimes_;

@@ -162,6 +162,19 @@ class DesktopApplication(unittest.TestCase):
         self.assertLessEqual(len(self.stored), COUNT + 1)
         self.assertEqual(self.remaining(), 0)
 
+    def test_without_the_services_answer_it_asks_again(self):
+        application = self.start(self.shoot)
+        self.at_request = lambda: self.web.cut() if set(self.stored) == set(self.names) else None
+        self.export_all(application)
+        application.wait_until_shows("The service did not confirm that it processes the photographs.")
+        self.assertFalse(any("finished" in text for text in application.texts()))
+        self.at_request = lambda: None
+        self.web.mend()
+        self.export_remaining(application, "Ask for the Confirmation Again*")
+        self.answer_and_close(application)
+        self.assertEqual(self.stored, self.names)
+        self.assertEqual(self.arrived(), self.names)
+
     def test_after_the_server_was_killed_the_rest_is_exported_later(self):
         application = self.start(self.shoot)
         self.at_command = lambda command: self.sandbox.process.kill() if len(self.stored) == 2 else None

@@ -1,5 +1,6 @@
 #include "host/desktop/MainWindow.h"
 #include "tests/host/desktop/PhotographFolder.h"
+#include "tests/support/Pictures.h"
 #include "tests/support/Waiting.h"
 
 #include <QtCore/QMimeData>
@@ -230,6 +231,10 @@ TEST_F(Window, AProjectIsRenamedForTheSelection) {
     action("Rename Project")->trigger();
     EXPECT_EQ(index(0).data(PhotographModel::ProjectRole).toString(), QStringLiteral("Smith"));
     EXPECT_EQ(index(1).data(PhotographModel::ProjectRole).toString(), QStringLiteral("Jones"));
+    auto* const label = window_.findChild<QLabel*>(QStringLiteral("selectionLabel"));
+    EXPECT_EQ(label->text().toStdString(), "1 of 3 photographs selected, project “Jones”");
+    table()->selectAll();
+    EXPECT_EQ(label->text().toStdString(), "3 of 3 photographs selected, several projects");
 }
 
 TEST_F(Window, TheSliderChangesTheThumbnailsAndLoadsLargerOnes) {
@@ -254,6 +259,21 @@ TEST_F(Window, SortsByTypeAtTheMenusWord) {
     open({folder_.bytes()}, 2);
     action("Sort by Type")->trigger();
     EXPECT_EQ(index(0).data().toString(), QStringLiteral("b.jpg"));
+}
+
+TEST_F(Window, SortsByCaptureTimeAtTheMenusWordAlsoWhatIsAddedLater) {
+    const auto taken = [this](const char* name, const char* time) {
+        vips::VImage picture = test_support::gradient(40, 40);
+        picture.set("exif-ifd2-DateTimeOriginal", time);
+        return folder_.file(QLatin1String(name), test_support::file(picture, ".jpg"));
+    };
+    taken("a.jpg", "2024:06:03 12:00:00");
+    taken("b.jpg", "2024:06:01 12:00:00");
+    open({folder_.bytes()}, 2);
+    action("Sort by Capture Time")->trigger();
+    EXPECT_TRUE(waitUntil([this] { return index(0).data().toString() == QStringLiteral("b.jpg"); }));
+    open({taken("c.jpg", "2024:06:02 12:00:00")}, 3);
+    EXPECT_TRUE(waitUntil([this] { return index(1).data().toString() == QStringLiteral("c.jpg"); }));
 }
 
 TEST_F(Window, ClearingTheTableDeletesNoFile) {
