@@ -1,6 +1,16 @@
 -- Makes darktable export the pictures of a folder as a person would who selects all of them and presses "export".
 local dt = require "darktable"
 
+-- Notes when the export has begun.
+local begun = false
+local register_storage = dt.register_storage
+dt.register_storage = function(name, title, store, finalize, supported, initialize, widget)
+    register_storage(name, title, store, finalize, supported, function(...)
+        begun = true
+        return initialize(...)
+    end, widget)
+end
+
 dofile(os.getenv("QUILLMARK_SOURCE_DIR") .. "/integrations/darktable/quillmark.lua")
 dt.control.dispatch(function()
     -- The export module is there once the light table is.
@@ -19,5 +29,13 @@ dt.control.dispatch(function()
         end
     end
     dt.gui.selection(pictures)
-    dt.gui.action("lib/export/export", 0, "", "", 1.0)
+    -- The button does nothing until it has heard of the selection.
+    while not begun do
+        dt.gui.action("lib/export/export", 0, "", "", 1.0)
+        for _ = 1, 100 do
+            if not begun then
+                dt.control.sleep(50)
+            end
+        end
+    end
 end)
