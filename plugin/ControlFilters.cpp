@@ -11,9 +11,14 @@ constexpr qsizetype kLongestToolTip = 1000;
 
 } // namespace
 
-ReturnKeyPresses::ReturnKeyPresses(QPushButton* button)
+ReturnKeyPresses::ReturnKeyPresses(QPushButton* button, std::initializer_list<QWidget*> fields)
     : QObject(button)
-    , button_(button) {}
+    , button_(button) {
+    for (QWidget* const field : fields) {
+        if (field)
+            field->installEventFilter(this);
+    }
+}
 
 bool ReturnKeyPresses::eventFilter(QObject* watched, QEvent* event) {
     if (event->type() != QEvent::KeyPress)

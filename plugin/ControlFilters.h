@@ -5,14 +5,16 @@
 #include <QtWidgets/QPushButton>
 #include <QtWidgets/QWidget>
 
+#include <initializer_list>
+
 // Small changes of how a control of the panel answers to keys, wheel and pointer. Main thread; each lives as
 // long as its control.
 
 /// Return in a field presses a button. The key goes no further, so that it does not also press the default
-/// button of the dialog that holds the view. To be installed on the fields.
+/// button of the dialog that holds the view.
 class ReturnKeyPresses final : public QObject {
 public:
-    explicit ReturnKeyPresses(QPushButton* button);
+    ReturnKeyPresses(QPushButton* button, std::initializer_list<QWidget*> fields);
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:

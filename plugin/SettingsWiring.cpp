@@ -83,11 +83,7 @@ void Quillmark::connectOutlets(QWidget& view) {
 void Quillmark::connectActions() {
     if (loginButton) {
         connect(loginButton, &QPushButton::clicked, this, [this] { pressButton(loginButton); });
-        auto* const returnPresses = new ReturnKeyPresses(loginButton);
-        for (QLineEdit* const field : {usernameField.data(), passwordField.data()}) {
-            if (field)
-                field->installEventFilter(returnPresses);
-        }
+        new ReturnKeyPresses(loginButton, {usernameField, passwordField});
         new LoginFocus(loginButton, {usernameField, passwordField, rememberCheckBox}, eventChooser);
     }
     if (rememberCheckBox)
