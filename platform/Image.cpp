@@ -34,6 +34,8 @@ constexpr std::array kLoaders{kJPEGLoader, kPNGLoader, kTIFFLoader, kWebPLoader,
 /// What an image may measure: most are decoded a few lines at a time, and only the time that it takes bounds
 /// them.
 constexpr std::uint64_t kMostPixels = std::uint64_t{1} << 30;
+/// Twice what a JPEG holds on a side. Of longer lines it takes too many at once to draw an image small.
+constexpr int kLongestSide = 1 << 17;
 /// A file that is so small for so many pixels holds no photograph: it is made to keep a decoder busy.
 constexpr std::uint64_t kManyPixels = std::uint64_t{1} << 28;
 constexpr std::uint64_t kMostPixelsPerByte = 100;
@@ -89,7 +91,8 @@ std::uint64_t bytesHeld(const VImage& header, std::string_view loader) {
 
 bool isWithinBounds(const VImage& header, std::string_view loader, const QByteArray& data) {
     const std::uint64_t pixels = pixelCount(header);
-    if (pixels > kMostPixels || bytesHeld(header, loader) > kMostBytesHeld)
+    if (std::max(header.width(), header.height()) > kLongestSide || pixels > kMostPixels ||
+        bytesHeld(header, loader) > kMostBytesHeld)
         return false;
     if (pixels > kManyPixels && pixels / kMostPixelsPerByte > static_cast<std::uint64_t>(data.size()))
         return false;

@@ -253,6 +253,14 @@ TEST(MalformedImages, WhatADecoderWouldHoldBeyondAGigabyteIsUndecodable) {
         QByteArray::fromHex("524946461e000000574542505650384c110000002ffebfff0f0750c1e295b1ff8188e87f0000")));
 }
 
+TEST(MalformedImages, LinesOfExtremeLengthAreUndecodable) {
+    platform::startImageLibrary();
+    EXPECT_TRUE(Image::open(emptyPNG(131'072, 8, ".png")));
+    EXPECT_FALSE(Image::open(emptyPNG(131'073, 8, ".png")));
+    EXPECT_FALSE(Image::open(emptyPNG(8, 131'073, ".png")));
+    EXPECT_FALSE(isPrepared(tiffOfSize(1'000'000, 268, ".tif[compression=deflate]")));
+}
+
 TEST(MalformedImages, AFewBytesForManyPixelsHoldNoPhotograph) {
     platform::startImageLibrary();
     const QByteArray small = emptyPNG(30'000, 30'000, ".png");
