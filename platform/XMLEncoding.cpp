@@ -57,7 +57,8 @@ std::optional<QString> decodedXMLDocument(const QByteArray& data) {
         return decoded(data, *unicode);
     const QString name = declaredEncoding(data);
     // A declaration that could be read byte by byte is not in UTF-16, whatever it says.
-    if (name.isEmpty() || name == QLatin1String("utf-8") || name == QLatin1String("us-ascii") ||
+    if (name.isEmpty() || name == QLatin1String("utf-8") || name == QLatin1String("utf8") ||
+        name == QLatin1String("us-ascii") || name == QLatin1String("ascii") ||
         name.startsWith(QLatin1String("utf-16")))
         return decoded(data, QStringConverter::Utf8);
     if (name == QLatin1String("iso-8859-1") || name == QLatin1String("latin1"))

@@ -127,7 +127,11 @@ TEST(XMLParser, ReadsUTF8WithAndWithoutItsMark) {
     const QByteArray document = "<a>" + kCafe.toUtf8() + "</a>";
     EXPECT_EQ(parsed(document).events, elementOf(kCafe));
     EXPECT_EQ(parsed("\xEF\xBB\xBF" + document).events, elementOf(kCafe));
-    EXPECT_EQ(parsed("<?xml version='1.0' encoding='utf-8'?>" + document).events, elementOf(kCafe));
+    for (const char* name : {"utf-8", "UTF-8", "utf8"})
+        EXPECT_EQ(parsed("<?xml version='1.0' encoding='" + QByteArray(name) + "'?>" + document).events,
+                  elementOf(kCafe));
+    EXPECT_EQ(parsed("<?xml version='1.0' encoding='ASCII'?><a>x</a>").events,
+              elementOf(QStringLiteral("x")));
 }
 
 TEST(XMLParser, ReadsUTF16ByItsMarkOrItsDeclaration) {
