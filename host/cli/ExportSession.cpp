@@ -345,12 +345,12 @@ void ExportSession::alertShown(const hostapi::Alert& alert, AlertModality modali
     reporter_.alert(alert, modality);
     if (!counts)
         return;
-    if (alert.style == hostapi::AlertStyle::Critical)
+    if (alert.style == hostapi::AlertStyle::Critical) {
         trouble_ = inOneLine(alert);
-    if (alert.style == hostapi::AlertStyle::Critical)
         watchdogs_.criticalAlertAnswered();
-    else if (alert.style == hostapi::AlertStyle::Warning && phase_ == Phase::Beginning)
+    } else if (alert.style == hostapi::AlertStyle::Warning && phase_ == Phase::Beginning) {
         conclude(Outcome::Refused);
+    }
 }
 
 void ExportSession::imagePrepared(std::uint32_t index, const QString& path) {
