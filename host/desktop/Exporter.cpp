@@ -4,6 +4,14 @@
 
 namespace host::desktop {
 
+std::vector<FoundJournal> unfinishedJournals(const QString& folder) {
+    std::vector<FoundJournal> journals = journalsIn(folder);
+    std::erase_if(journals, [](const FoundJournal& journal) {
+        return journal.isHeld || !journal.record || journal.record->isSettled();
+    });
+    return journals;
+}
+
 Exporter::Exporter(ExportSetting setting, QWidget& window)
     : setting_(std::move(setting))
     , window_(window) {}
@@ -26,7 +34,7 @@ void Exporter::enqueue(Task task) {
 }
 
 void Exporter::next() {
-    if (isBusy() || waiting_.empty())
+    if (isBusy() || quits_ || waiting_.empty())
         return;
     Task task = std::move(waiting_.front());
     waiting_.pop_front();
@@ -62,6 +70,8 @@ void Exporter::cancel() {
 
 void Exporter::cancelToQuit() {
     quits_ = true;
+    if (summary_)
+        summary_->reject();
     cancel();
 }
 
@@ -125,14 +135,6 @@ void Exporter::summaryClosed() {
 void Exporter::showError(const QString& headline, const QString& details) {
     platform::Alert(platform::AlertStyle::Critical, headline, details).beginSheet(&window_);
     QMetaObject::invokeMethod(this, &Exporter::next, Qt::QueuedConnection);
-}
-
-std::vector<FoundJournal> Exporter::unfinished() const {
-    std::vector<FoundJournal> journals = journalsIn(setting_.journalFolder);
-    std::erase_if(journals, [](const FoundJournal& journal) {
-        return journal.isHeld || !journal.record || journal.record->isSettled();
-    });
-    return journals;
 }
 
 } // namespace host::desktop

@@ -14,6 +14,9 @@
 
 namespace host::desktop {
 
+/// Those of the journals in `folder` that have something left to do and belong to nobody else. Any thread.
+std::vector<FoundJournal> unfinishedJournals(const QString& folder);
+
 /// Does one export after the other, and shows what has become of each. Main thread.
 class Exporter final : public QObject {
     Q_OBJECT
@@ -28,14 +31,14 @@ public:
     /// Shows what is known of an earlier export, after what is going on.
     void review(const QString& journalPath);
     void cancel();
-    /// Cancels what is going on, for an application that quits: `ended` follows, and nothing is shown.
+    /// Ends what is going on, for an application that quits: `ended` follows an export that has begun, and
+    /// nothing is shown any more.
     void cancelToQuit();
 
     /// A plug-in is at work for an export that has begun.
     bool isExporting() const;
     std::size_t waitingCount() const { return waiting_.size(); }
-    /// Those of the journals that have something left to do and belong to nobody else.
-    std::vector<FoundJournal> unfinished() const;
+    const QString& journalFolder() const { return setting_.journalFolder; }
 
 Q_SIGNALS:
     void begun();

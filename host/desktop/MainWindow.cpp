@@ -2,6 +2,8 @@
 
 #include "host/desktop/Counting.h"
 #include "host/desktop/PhotographFiles.h"
+#include "platform/RunLoop.h"
+#include "platform/Thread.h"
 
 #include <QtCore/QPointer>
 #include <QtGui/QActionGroup>
@@ -72,7 +74,7 @@ MainWindow::MainWindow(ExportSetting setting)
     });
     updateSelection();
     lightTable_->setFocus();
-    tellUnfinished();
+    findUnfinished();
 }
 
 // --- What can be done ---
@@ -206,7 +208,7 @@ void MainWindow::exportEnded() {
 
 void MainWindow::listUnfinished() {
     unfinishedMenu_->clear();
-    for (const FoundJournal& journal : exporter_.unfinished()) {
+    for (const FoundJournal& journal : unfinishedJournals(exporter_.journalFolder())) {
         // An ampersand would underline the next letter.
         const QString text = unfinishedLine(*journal.record).replace(QLatin1Char('&'), QStringLiteral("&&"));
         connect(unfinishedMenu_->addAction(text), &QAction::triggered, this,
@@ -216,17 +218,23 @@ void MainWindow::listUnfinished() {
         unfinishedMenu_->addAction(tr("None"))->setEnabled(false);
 }
 
-void MainWindow::tellUnfinished() {
-    const std::vector<FoundJournal> journals = exporter_.unfinished();
-    if (journals.empty())
-        return;
+void MainWindow::findUnfinished() {
+    platform::Thread::start("find-journals", [window = QPointer(this), folder = exporter_.journalFolder()] {
+        platform::RunLoop::main()->post([window, journals = unfinishedJournals(folder)] {
+            if (window && !journals.empty())
+                window->tellUnfinished(journals);
+        });
+    });
+}
+
+void MainWindow::tellUnfinished(const std::vector<FoundJournal>& journals) {
+    const FoundJournal& last = journals.front();
     const QString text =
         journals.size() == 1
-            ? tr("An export is not complete: %1").arg(unfinishedLine(*journals.front().record))
+            ? tr("An export is not complete: %1").arg(unfinishedLine(*last.record))
             : tr("%1 exports are not complete. See File, Unfinished Exports. The last one: %2")
-                  .arg(QString::number(journals.size()), unfinishedLine(*journals.front().record));
-    connect(noticeBar_, &NoticeBar::activated, this,
-            [this, path = journals.front().path] { exporter_.review(path); });
+                  .arg(QString::number(journals.size()), unfinishedLine(*last.record));
+    connect(noticeBar_, &NoticeBar::activated, this, [this, path = last.path] { exporter_.review(path); });
     noticeBar_->showNotice(text, tr("&Show…"));
 }
 
@@ -253,6 +261,7 @@ void MainWindow::closeEvent(QCloseEvent* event) {
         event->ignore();
         return;
     }
+    exporter_.cancelToQuit();
     QMainWindow::closeEvent(event);
 }
 

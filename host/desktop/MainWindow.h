@@ -41,7 +41,8 @@ private:
     void exportSelection();
     void exportEnded();
     void listUnfinished();
-    void tellUnfinished();
+    void findUnfinished();
+    void tellUnfinished(const std::vector<FoundJournal>& journals);
     bool confirmsQuitting();
 
     void chooseFolder();

@@ -33,8 +33,7 @@ TEST_F(ExportWindow, AFinishedExportIsSummedUpAndLeavesNothingToDo) {
     EXPECT_FALSE(summary()->findChild<QAbstractButton*>(QStringLiteral("exportRemainingButton")));
     ASSERT_EQ(foundJournals().size(), 1U);
     EXPECT_TRUE(foundJournals().front().record->isSettled());
-    openWindow();
-    EXPECT_FALSE(visible<host::desktop::NoticeBar>());
+    EXPECT_EQ(unfinishedExports(), QStringList(QStringLiteral("None")));
 }
 
 TEST_F(ExportWindow, EqualStemsAndRenamedProjectsReachThePlugIn) {
@@ -151,8 +150,8 @@ TEST_F(ExportWindow, AnEarlierExportIsOfferedAfterARestart) {
     exportToTheSummary();
     summary()->reject();
     openWindow();
+    ASSERT_TRUE(waitUntil([this] { return visible<host::desktop::NoticeBar>() != nullptr; }));
     auto* const notice = visible<host::desktop::NoticeBar>();
-    ASSERT_TRUE(notice);
     EXPECT_TRUE(notice->findChild<QLabel*>(QStringLiteral("noticeText"))
                     ->text()
                     .contains(QStringLiteral("Smith Wedding")));
@@ -167,6 +166,20 @@ TEST_F(ExportWindow, AnEarlierExportIsOfferedAfterARestart) {
     ASSERT_TRUE(waitForSummary());
     EXPECT_EQ(logged(QStringLiteral("upload")).toStdString(), "upload 0.jpg;upload 1.jpg");
     EXPECT_TRUE(foundJournals().front().record->isSettled());
+}
+
+TEST_F(ExportWindow, EarlierExportsAreInTheMenu) {
+    plugIn_.tell("upload-breaks=1");
+    selectPictures(2);
+    exportToTheSummary();
+    // It belongs to the open summary.
+    EXPECT_EQ(unfinishedExports(), QStringList(QStringLiteral("None")));
+    summary()->reject();
+    ASSERT_EQ(unfinishedExports().size(), 1);
+    EXPECT_TRUE(unfinishedExports().first().endsWith(QStringLiteral(": 1 of 2 photographs remain")))
+        << unfinishedExports().first().toStdString();
+    unfinishedMenu()->actions().first()->trigger();
+    EXPECT_TRUE(waitForSummary());
 }
 
 TEST_F(ExportWindow, TheRestMayGoSomewhereElseAsAnExportOfItsOwn) {
@@ -298,6 +311,23 @@ TEST_F(ExportWindow, ClosingAsksAndCancelsBeforeItQuits) {
     window_.reset();
     ASSERT_EQ(foundJournals().size(), 1U);
     EXPECT_EQ(foundJournals().front().record->remaining().size(), 3U);
+}
+
+TEST_F(ExportWindow, AnExportThatEndsWhileClosingIsAskedAboutHoldsNothingUp) {
+    plugIn_.tell("slow-images");
+    selectPictures(1);
+    beginExport();
+    ASSERT_TRUE(waitUntil([this] { return !logged(QStringLiteral("shouldWrite")).isEmpty(); }));
+    QTimer answer; // To the question, once the export is over.
+    QObject::connect(&answer, &QTimer::timeout, &answer, [this] {
+        if (summary())
+            messages_.wish = QMessageBox::Yes;
+    });
+    answer.start(5);
+    window_->close();
+    EXPECT_EQ(messages_.texts.size(), 2);
+    EXPECT_FALSE(window_->isVisible());
+    EXPECT_FALSE(summary());
 }
 
 TEST_F(ExportWindow, APlugInThatCannotBeMadeIsSaid) {

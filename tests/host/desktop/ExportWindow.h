@@ -55,6 +55,22 @@ protected:
         return nullptr;
     }
 
+    QMenu* unfinishedMenu() const {
+        for (auto* const menu : window_->findChildren<QMenu*>()) {
+            if (menu->title().remove(QLatin1Char('&')) == QStringLiteral("Unfinished Exports"))
+                return menu;
+        }
+        return nullptr;
+    }
+    /// What the menu offers when it opens.
+    QStringList unfinishedExports() const {
+        Q_EMIT unfinishedMenu()->aboutToShow();
+        QStringList texts;
+        for (QAction* const action : unfinishedMenu()->actions())
+            texts << action->text();
+        return texts;
+    }
+
     template <typename Dialog>
     Dialog* visible() const {
         for (auto* const dialog : window_->findChildren<Dialog*>()) {

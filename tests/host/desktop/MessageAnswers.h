@@ -5,7 +5,8 @@
 #include <QtWidgets/QApplication>
 #include <QtWidgets/QMessageBox>
 
-/// Answers every message box with the button that is wished for, and keeps what it said.
+/// Answers every message box with the button that is wished for, and keeps what it said. `NoButton`: with
+/// none.
 class MessageAnswers {
 public:
     MessageAnswers() {
@@ -21,9 +22,12 @@ private:
             auto* const box = qobject_cast<QMessageBox*>(widget);
             if (!box || !box->isVisible())
                 continue;
-            QAbstractButton* const wished = box->button(wish);
+            QAbstractButton* const button =
+                box->button(wish) ? box->button(wish) : box->button(QMessageBox::Ok);
+            if (!button)
+                continue;
             texts << box->text() + QLatin1Char('|') + box->informativeText();
-            (wished ? wished : box->button(QMessageBox::Ok))->click();
+            button->click();
             return;
         }
     }
