@@ -47,7 +47,8 @@ bool isHostName(const QString& text) {
 
 bool isIPv6Address(const QString& text) {
     in6_addr address{};
-    return inet_pton(AF_INET6, text.toLatin1().constData(), &address) == 1;
+    // What follows a zero the system would not see.
+    return !text.contains(QChar::Null) && inet_pton(AF_INET6, text.toLatin1().constData(), &address) == 1;
 }
 
 bool isPort(const QString& text) {

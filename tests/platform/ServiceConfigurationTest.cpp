@@ -163,6 +163,7 @@ TEST_F(ServiceConfiguration, ConnectToEntriesHaveTwoHostsAndTwoPorts) {
         expectTransportFault(QByteArray("connectTo=\"c:1:d:2, ") + entry + '"', QStringLiteral("connectTo"),
                              QLatin1String(entry));
     }
+    expectTransportFault("connectTo=\"a:1:[::1\\0]:2\"", QStringLiteral("connectTo"));
     EXPECT_TRUE(transport("connectTo=\"a:1:[2001:db8::1]:65535\""));
 }
 
