@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cmath>
 #include <exception>
 #include <mutex>
@@ -55,6 +56,9 @@ constexpr double kQualitySteps = 100;
 /// Exif 2.3, 4.6.5, tag 36867, as libvips names and as Exif writes it.
 constexpr char kCaptureTimeField[] = "exif-ifd2-DateTimeOriginal";
 const QString kExifTimeFormat = QStringLiteral("yyyy:MM:dd HH:mm:ss");
+
+/// What libvips logs when it blackens pixels that could not be decoded, before it makes that an error.
+constexpr std::string_view kBlackened = "error in tile";
 
 /// Gives back what libvips keeps for the calling thread, which may be about to end.
 struct ThreadCleanup {
@@ -202,13 +206,61 @@ struct Image::Source {
     Pixels::Extra extra = Pixels::Extra::Alpha;
 };
 
+namespace {
+
+/// How often libvips has blackened pixels in this process. Its log has one handler, that of whichever copy of
+/// this library came last: the counter is one for all of them.
+std::atomic<unsigned>& blackenings() {
+    static std::atomic<unsigned>& counter = []() -> std::atomic<unsigned>& {
+        static std::atomic<unsigned> own{0};
+        const GQuark name = g_quark_from_string("quillmark-blackenings");
+        if (void* const known = g_type_get_qdata(VIPS_TYPE_IMAGE, name))
+            return *static_cast<std::atomic<unsigned>*>(known);
+        g_type_set_qdata(VIPS_TYPE_IMAGE, name, &own);
+        return own;
+    }();
+    return counter;
+}
+
+/// Damaged files would write thousands of warnings: nothing is passed on.
+void takeLog(const gchar*, GLogLevelFlags, const gchar* message, gpointer) {
+    if (message && std::string_view(message).starts_with(kBlackened))
+        ++blackenings();
+}
+
+template <typename Source>
+VImage loaded(const Source& source, double reduction) {
+    vips::VOption* options = loadOptions();
+    if (source.isJPEG)
+        options->set("shrink", shrinkOnLoad(reduction));
+    return load(source.data, options);
+}
+
+/// What `make` makes of the pixels, of a JPEG perhaps already smaller by a part of `reduction`; none where
+/// they can't be decoded whole.
+template <typename Source, typename Make>
+auto decodedWhole(const Source& source, double reduction, Make&& make)
+    -> decltype(make(std::declval<Pixels>())) {
+    return unlessItFails([&] {
+        const unsigned before = blackenings();
+        auto made = make(Pixels(loaded(source, reduction), source.extra));
+        if (blackenings() == before)
+            return made;
+        // Where one of libvips' threads meets the damage, now and then another one takes the blackened pixels
+        // for good, and no error comes. A thread alone always tells. The damage may also be another
+        // picture's.
+        const VImage image = loaded(source, reduction).copy();
+        vips_image_set_int(image.get_image(), VIPS_META_CONCURRENCY, 1);
+        return make(Pixels(image, source.extra));
+    });
+}
+
+} // namespace
+
 void startImageLibrary() {
     static std::once_flag once;
     std::call_once(once, [] {
-        // Damaged files would write thousands of warnings.
-        g_log_set_handler(
-            kLogDomain, G_LOG_LEVEL_MASK, [](const gchar*, GLogLevelFlags, const gchar*, gpointer) {},
-            nullptr);
+        g_log_set_handler(kLogDomain, G_LOG_LEVEL_MASK, takeLog, nullptr);
         if (VIPS_INIT("") != 0)
             return;
         // Left alone, malloc takes the size of the pixel buffers for a reason to keep free memory, in an
@@ -261,21 +313,16 @@ std::optional<QByteArray> Image::scaledJPEG(std::int32_t width, std::int32_t hei
     if (width < 1 || height < 1)
         return std::nullopt;
     const HeapTrim afterwards;
-    return unlessItFails([&] {
-        vips::VOption* options = loadOptions();
-        if (source_->isJPEG)
-            options->set("shrink", shrinkOnLoad(std::min(double(source_->width) / width,
-                                                         double(source_->height) / height)));
-        const Pixels pixels = Pixels(load(source_->data, options), source_->extra).scaledTo(width, height);
-        return encoded(pixels.convertedTo(colorSpace), quality);
+    const double reduction = std::min(double(source_->width) / width, double(source_->height) / height);
+    return decodedWhole(*source_, reduction, [&](const Pixels& pixels) {
+        return encoded(pixels.scaledTo(width, height).convertedTo(colorSpace), quality);
     });
 }
 
 std::optional<QByteArray> Image::asJPEG(double quality) const {
     const HeapTrim afterwards;
-    return unlessItFails([&] {
-        return encoded(Pixels(load(source_->data, loadOptions()), source_->extra).withEightBits(), quality);
-    });
+    return decodedWhole(*source_, 1,
+                        [&](const Pixels& pixels) { return encoded(pixels.withEightBits(), quality); });
 }
 
 QImage Image::uprightWithin(std::int32_t side, const ColorSpace& colorSpace) const {
@@ -283,13 +330,9 @@ QImage Image::uprightWithin(std::int32_t side, const ColorSpace& colorSpace) con
     const auto scaled = [scale](std::uint32_t length) {
         return std::max(1, static_cast<int>(std::lround(length * scale)));
     };
-    return unlessItFails([&]() -> QImage {
-        vips::VOption* options = loadOptions();
-        if (source_->isJPEG)
-            options->set("shrink", shrinkOnLoad(1 / scale));
-        const Pixels pixels = Pixels(load(source_->data, options), source_->extra)
-                                  .scaledTo(scaled(source_->width), scaled(source_->height))
-                                  .convertedTo(colorSpace);
+    return decodedWhole(*source_, 1 / scale, [&](const Pixels& decoded) {
+        const Pixels pixels =
+            decoded.scaledTo(scaled(source_->width), scaled(source_->height)).convertedTo(colorSpace);
         // Turned in memory: the file can only be decoded from its top to its bottom.
         const VImage upright = pixels.image().copy_memory().autorot();
         std::size_t size = 0;

@@ -5,6 +5,7 @@
 #include "platform/JPEGSegments.h"
 #include "tests/support/Pictures.h"
 
+#include <QtCore/QFile>
 #include <QtCore/QtEndian>
 
 #include <gtest/gtest.h>
@@ -217,6 +218,18 @@ TEST(MalformedImages, NeverCrashHangOrTakeMoreThanAGigabyte) {
               << " s each, " << peakKilobytes() / 1024 << " MiB at the peak\n";
     EXPECT_GE(count, 1000);
     EXPECT_LT(prepared, count) << "some damage is noticed";
+}
+
+TEST(MalformedImages, DamageIsNoticedWhicheverThreadMeetsIt) {
+    QFile damaged(QStringLiteral(QUILLMARK_SOURCE_DIR "/tests/fuzz/corpus/image/damaged-restarts.jpg"));
+    ASSERT_TRUE(damaged.open(QIODevice::ReadOnly));
+    const auto image = Image::open(damaged.readAll());
+    ASSERT_TRUE(image) << "its header is whole";
+    constexpr int kRounds = 1000;
+    int prepared = 0;
+    for (int i = 0; i < kRounds; ++i)
+        prepared += image->scaledJPEG(20, 13, *ColorSpace::sRGB(), kBest).has_value();
+    EXPECT_EQ(prepared, 0) << "of " << kRounds;
 }
 
 TEST(MalformedImages, ASmallFileOf50000By50000PixelsIsUndecodable) {
