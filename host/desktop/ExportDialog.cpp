@@ -20,9 +20,10 @@ constexpr double kShareOfScreen = 0.9;
 
 } // namespace
 
-ExportDialog::ExportDialog(hostapi::ApertureExportPlugIn& plugIn, const QString& heading, QWidget* parent)
+ExportDialog::ExportDialog(QWidget& view, hostapi::ApertureExportPlugIn& plugIn, const QString& heading,
+                           QWidget* parent)
     : QDialog(parent)
-    , view_(plugIn.settingsView())
+    , view_(&view)
     , scrollArea_(new QScrollArea)
     , notice_(new QLabel) {
     setWindowTitle(tr("Export to Quillmark"));
@@ -57,10 +58,12 @@ ExportDialog::ExportDialog(hostapi::ApertureExportPlugIn& plugIn, const QString&
 }
 
 void ExportDialog::linkKeyboardLoop(hostapi::ApertureExportPlugIn& plugIn) {
-    if (QWidget* const last = plugIn.lastView())
+    QWidget* const first = plugIn.firstView();
+    QWidget* const last = plugIn.lastView();
+    if (last)
         setTabOrder(last, exportButton_);
     setTabOrder(exportButton_, cancelButton_);
-    if (QWidget* const first = plugIn.firstView()) {
+    if (first) {
         setTabOrder(cancelButton_, first);
         first->setFocus();
     }

@@ -16,8 +16,9 @@ class ExportDialog final : public QDialog {
     Q_OBJECT
 
 public:
-    /// Takes the settings view of `plugIn`, which must have one.
-    ExportDialog(hostapi::ApertureExportPlugIn& plugIn, const QString& heading, QWidget* parent);
+    /// Takes `view`, the settings view of `plugIn`.
+    ExportDialog(QWidget& view, hostapi::ApertureExportPlugIn& plugIn, const QString& heading,
+                 QWidget* parent);
 
     QWidget& settingsView() const { return *view_; }
     /// What the user must know beside the settings; none where it is empty.

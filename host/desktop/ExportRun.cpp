@@ -118,11 +118,12 @@ std::vector<RecordedImage> ExportRun::offeredImages() const {
 bool ExportRun::open(QWidget* window, QString& error) {
     if (!makePlugIn(error))
         return false;
-    if (!plugIn_->settingsView()) {
+    QWidget* const view = plugIn_->settingsView();
+    if (!view) {
         error = tr("The plug-in has no settings view.");
         return false;
     }
-    dialog_ = std::make_unique<ExportDialog>(*plugIn_, heading(), window);
+    dialog_ = std::make_unique<ExportDialog>(*view, *plugIn_, heading(), window);
     panel_ = PanelDriver::make(dialog_->settingsView(), error);
     if (!panel_)
         return false;

@@ -16,7 +16,7 @@ namespace host::desktop {
 namespace {
 
 constexpr int kThreads = 2;
-constexpr qsizetype kCacheBytes = 128 * 1024 * 1024;
+constexpr qsizetype kCacheBytes = qsizetype{128} * 1024 * 1024;
 constexpr int kUsualSide = 160;
 
 /// The sizes that pictures are loaded in, in device pixels: moving the slider a little loads nothing anew.

@@ -48,11 +48,9 @@ public:
     void look(const fs::path& path) {
         std::error_code error;
         const fs::path absolute = fs::absolute(path, error).lexically_normal();
-        if (error)
-            ++found_.othersCount;
-        else if (fs::is_directory(absolute, error))
+        if (!error && fs::is_directory(absolute, error))
             lookInto(absolute);
-        else if (!take(absolute))
+        else if (error || !take(absolute))
             ++found_.othersCount;
     }
 

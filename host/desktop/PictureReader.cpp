@@ -12,9 +12,9 @@ namespace host::desktop {
 namespace {
 
 /// Files from this size on are read one at a time, so that memory stays bounded.
-constexpr qsizetype kLargeFile = 32 * 1024 * 1024;
+constexpr qsizetype kLargeFile = qsizetype{32} * 1024 * 1024;
 /// What holds a JPEG's Exif data, which comes first in the file.
-constexpr qsizetype kHeaderSize = 256 * 1024;
+constexpr qsizetype kHeaderSize = qsizetype{256} * 1024;
 
 std::mutex largeFileMutex;
 

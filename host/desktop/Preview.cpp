@@ -13,7 +13,7 @@ namespace host::desktop {
 namespace {
 
 constexpr int kThreads = 1;
-constexpr qsizetype kCacheBytes = 96 * 1024 * 1024;
+constexpr qsizetype kCacheBytes = qsizetype{96} * 1024 * 1024;
 /// On the largest screens a picture is a little less sharp than it could be: three of them fit.
 constexpr int kLargestLoadedSide = 2880;
 constexpr int kCaptionMargin = 6;

@@ -47,7 +47,7 @@ def display():
     """An X server without a screen, and the bus on which applications show themselves to assistive tools."""
     read, write = os.pipe()
     server = subprocess.Popen(
-        ["Xvfb", "-displayfd", str(write), "-screen", "0", "1280x900x24", "-nolisten", "tcp"],
+        ["Xvfb", "-displayfd", str(write), "-screen", "0", "1280x900x24", "-noreset", "-nolisten", "tcp"],
         pass_fds=[write], stderr=subprocess.DEVNULL,
     )
     os.close(write)
