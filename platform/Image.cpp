@@ -40,6 +40,9 @@ constexpr int kLongestSide = 1 << 17;
 /// A file that is so small for so many pixels holds no photograph: it is made to keep a decoder busy.
 constexpr std::uint64_t kManyPixels = std::uint64_t{1} << 28;
 constexpr std::uint64_t kMostPixelsPerByte = 100;
+/// Each block of 8 by 8 pixels of a JPEG takes a bit at least: a smaller file lacks most of its picture,
+/// although its end may look whole.
+constexpr std::uint64_t kMostPixelsPerByteOfJPEG = std::uint64_t{8} * 8 * 8;
 /// What a decoder may hold of an image at once.
 constexpr std::uint64_t kMostBytesHeld = std::uint64_t{896} << 20;
 /// Each scan passes the whole image; encoders make a dozen.
@@ -100,7 +103,10 @@ bool isWithinBounds(const VImage& header, std::string_view loader, const QByteAr
         return false;
     if (pixels > kManyPixels && pixels / kMostPixelsPerByte > static_cast<std::uint64_t>(data.size()))
         return false;
-    return loader != kJPEGLoader || header.get_typeof("interlaced") == 0 || scanCount(data) <= kMostScans;
+    if (loader != kJPEGLoader)
+        return true;
+    return pixels / kMostPixelsPerByteOfJPEG <= static_cast<std::uint64_t>(data.size()) &&
+           (header.get_typeof("interlaced") == 0 || scanCount(data) <= kMostScans);
 }
 
 /// What the component behind the colour is; without a value where the file shows that it was cut off,

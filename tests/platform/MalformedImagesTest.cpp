@@ -249,7 +249,7 @@ TEST(MalformedImages, ASmallFileOf50000By50000PixelsIsUndecodable) {
 TEST(MalformedImages, TheSameFilesWithASizeThatFitsAreOpened) {
     platform::startImageLibrary();
     EXPECT_TRUE(Image::open(emptyPNG(4000, 3000, ".png")));
-    EXPECT_TRUE(Image::open(jpegOfSize(4000, 3000, ".jpg[interlace]")));
+    EXPECT_TRUE(Image::open(jpegOfSize(4000, 3000, ".jpg[interlace]") + QByteArray(30'000, 'x')));
     EXPECT_TRUE(isPrepared(tiffOfSize(20, 15, ".tif")));
     EXPECT_TRUE(isPrepared(heifOfSize(64, 64, ".heic")));
 }
@@ -258,12 +258,22 @@ TEST(MalformedImages, WhatADecoderWouldHoldBeyondAGigabyteIsUndecodable) {
     platform::startImageLibrary();
     EXPECT_TRUE(Image::open(emptyPNG(16'000, 16'000, ".png[interlace]")));
     EXPECT_FALSE(Image::open(emptyPNG(20'000, 20'000, ".png[interlace]")));
-    EXPECT_TRUE(Image::open(jpegOfSize(12'000, 12'000, ".jpg[interlace]")));
-    EXPECT_FALSE(Image::open(jpegOfSize(16'000, 16'000, ".jpg[interlace]")));
+    const QByteArray behindTheEnd(1'000'000, 'x'); // Else they would be too small for so many pixels.
+    EXPECT_TRUE(Image::open(jpegOfSize(12'000, 12'000, ".jpg[interlace]") + behindTheEnd));
+    EXPECT_FALSE(Image::open(jpegOfSize(16'000, 16'000, ".jpg[interlace]") + behindTheEnd));
     EXPECT_FALSE(Image::open(heifOfSize(16'000, 16'000, ".heic")));
     // All of a WebP of 16383 by 16383 grey pixels.
     EXPECT_FALSE(Image::open(
         QByteArray::fromHex("524946461e000000574542505650384c110000002ffebfff0f0750c1e295b1ff8188e87f0000")));
+}
+
+TEST(MalformedImages, AJPEGTooSmallForItsPixelsIsUndecodableThoughItsEndIsThere) {
+    platform::startImageLibrary();
+    const QByteArray jpeg = jpegOfSize(4000, 3000, ".jpg");
+    EXPECT_FALSE(Image::open(jpeg));
+    EXPECT_TRUE(Image::open(jpeg + QByteArray(4000 * 3000 / 512, 'x')));
+    // As flat as can be is still enough.
+    EXPECT_TRUE(isPrepared(file(VImage::black(4000, 3000), ".jpg[Q=1,optimize_coding]")));
 }
 
 TEST(MalformedImages, LinesOfExtremeLengthAreUndecodable) {
