@@ -10,6 +10,8 @@ using platform::ServiceConfiguration;
 
 namespace {
 
+constexpr int kNames = 64;
+
 bool isHostName(const QString& text) {
     return !text.isEmpty() && std::all_of(text.begin(), text.end(), [](QChar character) {
         return character < u'\x80' &&
@@ -26,9 +28,9 @@ bool hasControlCharacter(const QString& text) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const QTemporaryDir folder;
-    // A file of its own: QSettings remembers what was in one of the same name.
+    // QSettings remembers what was in the last 30 files; the system, every value that a variable ever had.
     static int count = 0;
-    QFile file(folder.filePath(QString::number(++count) + QStringLiteral(".ini")));
+    QFile file(folder.filePath(QString::number(++count % kNames) + QStringLiteral(".ini")));
     require(file.open(QIODevice::WriteOnly));
     file.write(answerOf(data, size));
     file.close();
