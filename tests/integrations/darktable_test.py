@@ -16,6 +16,9 @@ SOURCE = pathlib.Path(os.environ["QUILLMARK_SOURCE_DIR"])
 BUILD = pathlib.Path(os.environ["QUILLMARK_BUILD_DIR"])
 HERE = pathlib.Path(__file__).parent
 DEADLINE = 120
+# darktable itself hangs now and then while it starts, before it has read a line of Lua: then it is started again.
+START_DEADLINE = 30
+STARTS = 4
 
 sys.path.insert(0, str(SOURCE / "tests" / "end_to_end"))
 from export_test import PASSWORD, service_data  # noqa: E402
@@ -72,24 +75,48 @@ class Darktable(unittest.TestCase):
             "plugins/lighttable/export/storage_name": "quillmark",
             "plugins/lighttable/export/format_name": "jpeg",
             "write_sidecar_files": "never",
+            # Its own passwords are no part of this, and must not keep it waiting for the keyring.
+            "plugins/pwstorage/pwstorage_backend": "none",
             **{f"lua/quillmark/{name}": value for name, value in settings.items()},
         }
-        log = self.here / "log"
-        with log.open("w") as out:
-            process = subprocess.Popen(
-                ["xvfb-run", "--auto-servernum", "darktable", "--disable-opencl", "--library", ":memory:",
-                 "--configdir", self.here / "darktable", "--cachedir", self.here / "cache", "-d", "lua",
-                 *(word for name, value in all_settings.items() for word in ("--conf", f"{name}={value}"))],
-                stdout=out, stderr=out, env=self.environment, start_new_session=True, cwd=self.here)
-        try:
-            deadline = time.monotonic() + DEADLINE
-            while not condition():
-                if process.poll() is not None or time.monotonic() > deadline:
-                    self.fail(f"status {process.returncode}\n{log.read_text()}")
-                time.sleep(0.1)
-        finally:
-            os.killpg(process.pid, signal.SIGTERM)
-            process.wait(DEADLINE)
+        command = ["xvfb-run", "--auto-servernum", "darktable", "--disable-opencl", "--library", ":memory:",
+                   "--configdir", self.here / "darktable", "--cachedir", self.here / "cache", "-d", "lua",
+                   *(word for name, value in all_settings.items() for word in ("--conf", f"{name}={value}"))]
+        for start in range(1, STARTS + 1):
+            log = self.here / f"log-{start}"
+            with log.open("w") as out:
+                process = subprocess.Popen(command, stdout=out, stderr=out, env=self.environment, start_new_session=True,
+                                           cwd=self.here)
+            try:
+                if not self.wait(process, lambda: "drive: loaded" in log.read_text(), START_DEADLINE) and start < STARTS:
+                    continue
+                self.assertTrue(self.wait(process, condition, DEADLINE), f"status {process.returncode}\n{log.read_text()}")
+                return
+            finally:
+                self.end(process)
+
+    @staticmethod
+    def wait(process, condition, seconds: float) -> bool:
+        """Whether the condition comes to hold while the process runs."""
+        deadline = time.monotonic() + seconds
+        while not condition():
+            if process.poll() is not None or time.monotonic() > deadline:
+                return False
+            time.sleep(0.1)
+        return True
+
+    @staticmethod
+    def end(process):
+        """Ends the screen and all that runs on it."""
+        for number in (signal.SIGTERM, signal.SIGKILL):
+            try:
+                os.killpg(process.pid, number)
+                process.wait(5)
+            except subprocess.TimeoutExpired:
+                continue
+            except ProcessLookupError:
+                pass
+            break
 
     def test_sends_pictures_at_once_and_keeps_nothing(self):
         subprocess.run([BUILD / "host/cli/quillmark-export", "--user", "ann", "--password-file", "-", "--remember", "--list"],
