@@ -1,6 +1,5 @@
 #include "platform/Image.h"
 
-#include "platform/HuffmanCodes.h"
 #include "platform/JPEGSegments.h"
 #include "platform/Pixels.h"
 #include "platform/TIFFDirectory.h"
@@ -50,6 +49,10 @@ constexpr int kMostScans = 100;
 
 /// PNG, section 11.2.5: the empty chunk that ends a file, with its length and check sum.
 constexpr QByteArrayView kPNGEnd("\0\0\0\0IEND\xAE\x42\x60\x82", 12);
+
+/// Up to this size a JPEG gets codes of its own, which make it some 8 per cent smaller: the encoder holds the
+/// whole image for that, in 6 bytes a pixel.
+constexpr std::uint64_t kMostPixelsWithOwnCodes = std::uint64_t{1} << 22;
 
 /// Malloc's own to begin with (mallopt(3)): setting it says that it must not grow.
 constexpr int kMallocsTrimThreshold = 128 * 1024;
@@ -153,21 +156,16 @@ QByteArray bytesOf(const Blob& blob) {
     return QByteArray::fromRawData(data, static_cast<qsizetype>(size));
 }
 
-/// With codes of its own, which the encoder would hold the whole image for.
-QByteArray encodedPixels(const VImage& image, double quality) {
-    const Blob jpeg(image.jpegsave_buffer(VImage::option()
-                                              ->set("Q", encoderQuality(quality))
-                                              ->set("optimize_coding", false)
-                                              ->set("strip", true)));
-    if (const auto smaller = withOwnHuffmanCodes(bytesOf(jpeg)))
-        return *smaller;
-    return QByteArray(bytesOf(jpeg).constData(), bytesOf(jpeg).size());
-}
-
 /// The encoder drops the profile along with all metadata, so the profile is put back.
 std::optional<QByteArray> encoded(const Pixels& pixels, double quality) {
-    const QByteArray jpeg = encodedPixels(pixels.image(), quality);
-    return pixels.profile() ? withICCProfile(jpeg, *pixels.profile()) : jpeg;
+    const bool hasOwnCodes = pixelCount(pixels.image()) <= kMostPixelsWithOwnCodes;
+    const Blob jpeg(pixels.image().jpegsave_buffer(VImage::option()
+                                                       ->set("Q", encoderQuality(quality))
+                                                       ->set("optimize_coding", hasOwnCodes)
+                                                       ->set("strip", true)));
+    if (pixels.profile())
+        return withICCProfile(bytesOf(jpeg), *pixels.profile());
+    return QByteArray(bytesOf(jpeg).constData(), bytesOf(jpeg).size());
 }
 
 /// Gives back what malloc keeps free between what it still uses: it would add up from image to image.
