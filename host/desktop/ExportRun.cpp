@@ -118,6 +118,10 @@ std::vector<RecordedImage> ExportRun::offeredImages() const {
 bool ExportRun::open(QWidget* window, QString& error) {
     if (!makePlugIn(error))
         return false;
+    if (const auto wish = unmetWish()) {
+        error = *wish;
+        return false;
+    }
     QWidget* const view = plugIn_->settingsView();
     if (!view) {
         error = tr("The plug-in has no settings view.");
@@ -166,6 +170,15 @@ bool ExportRun::makePlugIn(QString& error) {
             Q_EMIT alive->progressed(progress);
     });
     return true;
+}
+
+/// Of the plug-in's fixed questions those whose answer this application could not follow.
+std::optional<QString> ExportRun::unmetWish() const {
+    if (!plugIn_->allowsVersionExport())
+        return tr("The plug-in does not take photographs as they look, but only original files.");
+    if (plugIn_->wantsDestinationPathPrompt())
+        return tr("The plug-in wants a folder to be chosen, which this application does not offer.");
+    return std::nullopt;
 }
 
 QString ExportRun::heading() const {

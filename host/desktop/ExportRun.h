@@ -66,6 +66,7 @@ private:
 
     bool makePlugIn(QString& error);
     std::vector<RecordedImage> offeredImages() const;
+    std::optional<QString> unmetWish() const;
     QString heading() const;
     void presetChoices();
     bool beginJournal(const ExportChoices& choices, const QString& folder);

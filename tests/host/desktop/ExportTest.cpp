@@ -341,6 +341,19 @@ TEST_F(ExportWindow, APlugInThatCannotBeMadeIsSaid) {
     EXPECT_TRUE(waitForDialog());
 }
 
+TEST_F(ExportWindow, APlugInThatWantsWhatTheApplicationHasNotIsSaid) {
+    selectPictures(1);
+    for (const char* const wish : {"masters-only", "wants-folder"}) {
+        messages_.texts.clear();
+        plugIn_.tell(wish);
+        action("Export to Quillmark")->trigger();
+        ASSERT_TRUE(waitUntil([this] { return !messages_.texts.isEmpty(); })) << wish;
+        EXPECT_TRUE(messages_.texts.first().startsWith(QStringLiteral("The export plug-in cannot be used.")))
+            << wish;
+        EXPECT_FALSE(exportDialog()) << wish;
+    }
+}
+
 TEST_F(ExportWindow, WithoutAJournalNothingIsExported) {
     QFile inTheWay(journals());
     ASSERT_TRUE(inTheWay.open(QIODevice::WriteOnly));

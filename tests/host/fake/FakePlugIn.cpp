@@ -3,6 +3,8 @@
 // goes well.
 //
 //   unmakable       can't be made
+//   masters-only    takes no rendered images
+//   wants-folder    wants its user to be asked for a folder
 //   remembered      logs in by itself when it is activated, if its defaults hold a name
 //   login-fails, login-hangs, lists-fail, lists-hang
 //   no-own-box      the account allows no resize box
@@ -69,9 +71,9 @@ public:
 
     bool allowsOnlyPlugInPresets() override { return true; }
     bool allowsMasterExport() override { return false; }
-    bool allowsVersionExport() override { return true; }
+    bool allowsVersionExport() override { return !has("masters-only"); }
     bool wantsFileNamingControls() override { return false; }
-    bool wantsDestinationPathPrompt() override { return false; }
+    bool wantsDestinationPathPrompt() override { return has("wants-folder"); }
     QString destinationPath() override { return folder_; }
     std::optional<QString> defaultDirectory() override { return std::nullopt; }
     QWidget* firstView() override { return nullptr; }
