@@ -4,6 +4,7 @@
 
 #include <QtCore/QByteArray>
 #include <QtCore/QProcess>
+#include <QtCore/QProcessEnvironment>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 
@@ -120,6 +121,10 @@ private:
     static QByteArray run(const QString& program, const QStringList& arguments,
                           const QByteArray& input = {}) {
         QProcess process;
+        // Qt hands arguments over in UTF-8, whatever the machine's own locale.
+        auto environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("LC_ALL"), QStringLiteral("C.UTF-8"));
+        process.setProcessEnvironment(environment);
         process.setProcessChannelMode(QProcess::MergedChannels);
         process.start(program, arguments);
         process.write(input);
