@@ -1,0 +1,104 @@
+#include "host/core/JournalFolder.h"
+#include "tests/host/JournalFixture.h"
+
+#include <QtCore/QThread>
+
+using namespace host;
+
+// --- The folder ---
+
+TEST_F(Journal, FolderListsTheNewestExportFirst) {
+    std::vector<QString> paths;
+    for (int i = 0; i < 3; ++i) {
+        ExportChoices choices = someChoices();
+        choices.eventId = QString::number(i);
+        paths.insert(paths.begin(), create(someImages(1), choices)->path());
+        QThread::msleep(2); // The names differ in their milliseconds.
+    }
+    std::vector<QString> found;
+    for (const FoundJournal& journal : journalsIn(folder()))
+        found.push_back(journal.path);
+    EXPECT_EQ(found, paths);
+}
+
+TEST_F(Journal, FolderOfAUserIsWhereStateIsKept) {
+    const QByteArray before = qgetenv("XDG_STATE_HOME");
+    qputenv("XDG_STATE_HOME", "/somewhere");
+    EXPECT_EQ(userJournalFolder(), QStringLiteral("/somewhere/Quillmark/exports"));
+    qputenv("XDG_STATE_HOME", "not/absolute");
+    const QString inHome = QDir::homePath() + QStringLiteral("/.local/state/Quillmark/exports");
+    EXPECT_EQ(userJournalFolder(), inHome);
+    qunsetenv("XDG_STATE_HOME");
+    EXPECT_EQ(userJournalFolder(), inHome);
+    qputenv("XDG_STATE_HOME", before);
+}
+
+TEST_F(Journal, OfASettledExportGoesWithTheNextOneToTheEvent) {
+    auto journal = begin(1);
+    prepare(*journal, 0);
+    upload(*journal, 0);
+    journal->processingConfirmed();
+    const QString settled = journal->path();
+    journal.reset();
+    ExportChoices other = someChoices();
+    other.eventId = QStringLiteral("78");
+    create(someImages(), other);
+    EXPECT_TRUE(QFileInfo::exists(settled));
+    create();
+    EXPECT_FALSE(QFileInfo::exists(settled));
+}
+
+TEST_F(Journal, OfASettledExportIsNotKeptForEver) {
+    auto journal = begin(1);
+    prepare(*journal, 0);
+    upload(*journal, 0);
+    journal->processingConfirmed();
+    const QString settled = journal->path();
+    const QString left = create(someImages())->path();
+    const auto date = [](const QDateTime& time) { return time.toString(Qt::ISODate).toUtf8(); };
+    const QDateTime begun = journal->record().begun;
+    journal.reset();
+    for (const QString& path : {settled, left})
+        write(path, contents(path).replace(date(begun), date(begun.addDays(-31))));
+    ExportChoices other = someChoices();
+    other.eventId = QStringLiteral("78");
+    create(someImages(), other);
+    EXPECT_FALSE(QFileInfo::exists(settled));
+    EXPECT_TRUE(QFileInfo::exists(left)) << "something is left of it";
+}
+
+TEST_F(Journal, GoesWhereANewExportHasAllThatRemains) {
+    auto journal = begin(3);
+    prepare(*journal, 0);
+    upload(*journal, 0);
+    const QString old = journal->path();
+    journal.reset();
+
+    auto images = someImages(3);
+    images.erase(images.begin() + 1);
+    create(images);
+    EXPECT_TRUE(QFileInfo::exists(old)) << "one of its images is not in the new one";
+    ExportChoices elsewhere = someChoices();
+    elsewhere.category = QStringLiteral("Party");
+    create(someImages(3), elsewhere);
+    EXPECT_TRUE(QFileInfo::exists(old)) << "the new one goes elsewhere";
+    images = someImages(3);
+    images.erase(images.begin());
+    create(images);
+    EXPECT_FALSE(QFileInfo::exists(old));
+}
+
+TEST_F(Journal, OfARunningExportStays) {
+    const auto running = begin();
+    create();
+    EXPECT_TRUE(QFileInfo::exists(running->path()));
+}
+
+TEST_F(Journal, ThatIsDiscardedIsGone) {
+    auto journal = begin();
+    EXPECT_TRUE(journal->discard());
+    EXPECT_TRUE(journalsIn(folder()).empty());
+    prepare(*journal, 0);
+    upload(*journal, 0);
+    EXPECT_EQ(journal->record().count(kUploaded), 1U);
+}
