@@ -187,6 +187,7 @@ void FTPTransfer::append(List& list, const QByteArray& text) {
 curl_socket_t FTPTransfer::openSocket(void* self, curlsocktype, curl_sockaddr* address) {
     auto* const transfer = static_cast<FTPTransfer*>(self);
     transfer->silence_ = {};
+    transfer->hasMovedOn_ = true;
     // Once it is logged in, all that it opens is for data.
     const auto purpose = transfer->control_ < 0 ? FTPSockets::Purpose::Control : FTPSockets::Purpose::Data;
     if (purpose == FTPSockets::Purpose::Control) {
@@ -211,6 +212,7 @@ std::size_t FTPTransfer::readReply(char* line, std::size_t size, std::size_t cou
     auto* const transfer = static_cast<FTPTransfer*>(self);
     const std::string_view text(line, size * count);
     transfer->silence_ = {};
+    transfer->hasMovedOn_ = true;
     // The server is reached: from here on only time without traffic counts, however long logging in takes.
     if (!std::exchange(transfer->hasHeard_, true))
         transfer->setTimeouts(transfer->forgiven_);

@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <utility>
 
 namespace platform {
 
@@ -71,6 +72,9 @@ public:
     bool leavesGoodConnection() const { return !isCutShort_ && awaitedReplies_ == 0; }
     /// Goes on after `takeBytes` had nothing.
     void resume();
+    /// True where a command, a reply or a socket has come since the last call: libcurl may then have a next
+    /// step to take that no socket will wake it for.
+    bool hasMovedOn() { return std::exchange(hasMovedOn_, false); }
 
     /// The control socket, where a refusal may come while the file's bytes are sent; none outside that time.
     std::optional<int> watchedSocket() const;
@@ -137,6 +141,7 @@ private:
     bool hasHeard_ = false;            ///< The server has answered.
     bool isOpened_ = false;            ///< The client was told.
     bool isPaused_ = false;
+    bool hasMovedOn_ = false; ///< Since the worker last asked.
     bool isCutShort_ =
         false; ///< The file's bytes end early, so that libcurl reads why the server wants no more.
     bool isEnding_ = false;

@@ -210,6 +210,17 @@ void FTPWorker::takeResults() {
     }
 }
 
+std::chrono::milliseconds FTPWorker::longestWait() const {
+    if (running_.empty() && !keepsConnections_)
+        return kNothingToDo;
+    // Where a server answers at once, libcurl 7.88 returns before it opens the data connection, and names no
+    // socket to wait for.
+    bool haveMovedOn = false;
+    for (const auto& transfer : running_)
+        haveMovedOn |= transfer->hasMovedOn();
+    return haveMovedOn ? std::chrono::milliseconds{0} : kLongestWait;
+}
+
 /// How long the wait took while the process was awake.
 std::chrono::nanoseconds FTPWorker::waitForTraffic() {
     std::vector<curl_waitfd> watched;
@@ -217,8 +228,7 @@ std::chrono::nanoseconds FTPWorker::waitForTraffic() {
         if (const auto socket = transfer->watchedSocket())
             watched.push_back({*socket, CURL_WAIT_POLLIN, 0});
     }
-    const std::chrono::milliseconds longest =
-        running_.empty() && !keepsConnections_ ? std::chrono::milliseconds{kNothingToDo} : kLongestWait;
+    const std::chrono::milliseconds longest = longestWait();
     const auto start = Clock::now();
     curl_multi_poll(multi_.get(), watched.data(), static_cast<unsigned>(watched.size()),
                     static_cast<int>(longest.count()), nullptr);

@@ -56,6 +56,7 @@ private:
     void add(const std::shared_ptr<FTPTransfer>& transfer);
     bool remove(const std::shared_ptr<FTPTransfer>& transfer);
     void takeResults();
+    std::chrono::milliseconds longestWait() const;
     std::chrono::nanoseconds waitForTraffic();
     void lookAfterTransfers(std::chrono::nanoseconds waited);
     void closeIdleConnections(std::chrono::nanoseconds waited);

@@ -3,6 +3,7 @@
 #include <poll.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace test_support {
 
@@ -133,6 +134,10 @@ void FTPConversation::play(const QByteArray& step, const std::function<QByteArra
     }
     if (fault.inManyLines && !answer.isEmpty())
         answer = answer.left(3) + "-Well,\n let me see:\n\n " + answer.left(3) + " apples\n" + answer;
+    if (!fault.answersAhead.isEmpty()) {
+        answeredAhead_ = fault.answersAhead;
+        answer += '\n' + reply(answeredAhead_, {});
+    }
     say(answer, fault.inPieces);
     if (fault.cut != Cut::None) {
         control_->cut(fault.cut);
@@ -183,6 +188,8 @@ void FTPConversation::obey(const QByteArray& line) {
     const auto space = line.indexOf(' ');
     const QByteArray command = (space < 0 ? line : line.left(space)).toUpper();
     const QByteArray argument = space < 0 ? QByteArray() : line.mid(space + 1);
+    if (command == std::exchange(answeredAhead_, {}))
+        return;
     play(command, [&] { return reply(command, argument); });
 }
 

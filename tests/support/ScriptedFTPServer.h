@@ -30,6 +30,8 @@ struct FTPFault {
     std::optional<QByteArray> answer = {};
     /// Resets the data connection that the passive mode has prepared.
     bool dropsData = false;
+    /// Says, together with its own answer, the one to this command, which is taken to come next.
+    QByteArray answersAhead = {};
     bool inManyLines = false; ///< Says whatever it says at the end of a reply of many lines.
     bool inPieces = false;    ///< Says whatever it says byte by byte, in segments of their own.
     Cut cut = Cut::None;      ///< Of the control connection: after `answer`, or instead of any.
