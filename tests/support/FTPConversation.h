@@ -108,7 +108,7 @@ private:
     InterruptibleSocket passive_;
     QByteArray unread_;
     QByteArray userName_;
-    QByteArray answeredAhead_; ///< The command that needs no answer any more.
+    QByteArray answeredAhead_;         ///< The command that needs no answer any more.
     std::function<void()> afterwards_; ///< What a command does once its answer is said.
     bool isLoggedIn_ = false;
     bool isDataPrivate_ = false;
