@@ -7,133 +7,172 @@
 #include "tests/fuzz/FuzzData.h"
 
 #include <QtCore/QCoreApplication>
-#include <QtCore/QElapsedTimer>
+#include <QtCore/QTimer>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
-#include <atomic>
-#include <limits>
+#include <memory>
+#include <string_view>
 #include <thread>
+#include <utility>
+#include <vector>
 
 using namespace platform;
 
 namespace {
 
-constexpr qint64 kDeadlineMs = 15'000;
-constexpr int kLookMs = 5;
-/// How often it is looked for what the client has to say or to send. Then the server goes on: an answer that
-/// the client waits to hear the rest of would cost its whole time-out.
-constexpr int kLooks = 10;
+constexpr std::chrono::seconds kDeadline{15};
+/// How long the server looks for what the client has to say or to send. Then it goes on: an answer that the
+/// client waits to hear the rest of would cost its whole time-out.
+constexpr int kPatienceMs = 10;
+constexpr int kForever = -1;
+constexpr qsizetype kReplyCodeLength = 3;
 const QByteArray kContents(3000, 'x');
 
-/// A socket that closes itself.
-class Socket {
+/// Closes itself.
+class Descriptor {
 public:
-    explicit Socket(int descriptor)
-        : descriptor_(descriptor) {}
-    ~Socket() {
-        if (descriptor_ >= 0)
-            ::close(descriptor_);
+    explicit Descriptor(int number)
+        : number_(number) {}
+    ~Descriptor() {
+        if (number_ >= 0)
+            ::close(number_);
     }
-    Socket(const Socket&) = delete;
-    Socket& operator=(const Socket&) = delete;
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
 
     static int listening() {
-        const int descriptor = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        require(::bind(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0);
-        require(::listen(descriptor, 4) == 0);
-        return descriptor;
+        require(::bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0);
+        require(::listen(socket, 4) == 0);
+        return socket;
     }
 
     int port() const {
         sockaddr_in address{};
         socklen_t length = sizeof address;
-        ::getsockname(descriptor_, reinterpret_cast<sockaddr*>(&address), &length);
+        ::getsockname(number_, reinterpret_cast<sockaddr*>(&address), &length);
         return ntohs(address.sin_port);
     }
-    int accept() const { return ::accept4(descriptor_, nullptr, nullptr, SOCK_CLOEXEC); }
-    bool isReadable() const {
-        pollfd waiting{descriptor_, POLLIN, 0};
-        return ::poll(&waiting, 1, kLookMs) > 0;
+    /// A connection whose replies don't wait for the acknowledgement of the ones before.
+    int accept() const {
+        const int socket = ::accept4(number_, nullptr, nullptr, SOCK_CLOEXEC);
+        const int yes = 1;
+        ::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);
+        return socket;
     }
-    int descriptor() const { return descriptor_; }
+    int number() const { return number_; }
 
 private:
-    const int descriptor_;
+    const int number_;
 };
+
+/// A client waits for more after anything but a line of a code and a space: it has nothing to say.
+bool mayBeAnswered(const QByteArray& reply) {
+    if (!reply.endsWith('\n'))
+        return false;
+    const QByteArray line = reply.mid(reply.lastIndexOf('\n', -2) + 1);
+    return line.size() > kReplyCodeLength && line.at(kReplyCodeLength) == ' ' &&
+           std::all_of(line.begin(), line.begin() + kReplyCodeLength,
+                       [](char character) { return character >= '0' && character <= '9'; });
+}
 
 /// Says what the input says, to one control connection after the other.
 class Server {
 public:
     explicit Server(QList<QByteArray> replies)
         : replies_(std::move(replies))
-        , control_(Socket::listening())
-        , passive_(Socket::listening())
         , thread_([this] { run(); }) {}
 
-    ~Server() {
-        isOver_ = true;
-        thread_.join();
-    }
+    ~Server() { end(); }
 
     int port() const { return control_.port(); }
-    std::size_t received() const { return received_; }
+
+    /// The data that has come, on whatever connection. The server says no more.
+    std::size_t received() {
+        end();
+        takeData(0);
+        return received_;
+    }
 
 private:
+    void end() {
+        ::eventfd_write(over_.number(), 1);
+        if (thread_.joinable())
+            thread_.join();
+    }
+
     void run() {
-        while (waitFor(control_))
-            talk(Socket(control_.accept()));
+        while (waitFor(control_, kForever))
+            talk(Descriptor(control_.accept()));
     }
 
-    /// False where it is over, or nothing has come after so many looks.
-    bool waitFor(const Socket& socket, int looks = std::numeric_limits<int>::max()) const {
-        while (!isOver_ && looks-- > 0) {
-            if (socket.isReadable())
-                return true;
-        }
-        return false;
+    /// False where it is over, or nothing has come in that time.
+    bool waitFor(const Descriptor& socket, int milliseconds) const {
+        std::array<pollfd, 2> waiting{{{socket.number(), POLLIN, 0}, {over_.number(), POLLIN, 0}}};
+        return ::poll(waiting.data(), waiting.size(), milliseconds) > 0 && waiting[1].revents == 0;
     }
 
-    void talk(const Socket& connection) {
+    void talk(const Descriptor& connection) {
         std::array<char, 4096> buffer{};
+        bool isFileAsked = false;
         while (!replies_.isEmpty()) {
             const QByteArray reply =
                 replies_.takeFirst().replace("PORT", QByteArray::number(passive_.port()));
-            if (::send(connection.descriptor(), reply.constData(), static_cast<std::size_t>(reply.size()),
+            if (::send(connection.number(), reply.constData(), static_cast<std::size_t>(reply.size()),
                        MSG_NOSIGNAL) < 0)
                 return;
-            if (reply.startsWith('1'))
-                takeData();
-            else if (waitFor(connection, kLooks) &&
-                     ::recv(connection.descriptor(), buffer.data(), buffer.size(), 0) <= 0)
-                return;
+            if (isFileAsked && reply.startsWith('1')) {
+                takeData(kPatienceMs);
+            } else if (mayBeAnswered(reply) && waitFor(connection, kPatienceMs)) {
+                const auto length = ::recv(connection.number(), buffer.data(), buffer.size(), 0);
+                if (length <= 0)
+                    return;
+                isFileAsked =
+                    std::string_view(buffer.data(), static_cast<std::size_t>(length)).starts_with("STOR");
+            }
         }
     }
 
-    void takeData() {
-        if (!waitFor(passive_, kLooks))
-            return;
-        const Socket data(passive_.accept());
+    /// From all data connections that have been made, or are within that time. They stay open to their end: a
+    /// server that confirms what it has cut off can't be found out.
+    void takeData(int milliseconds) {
+        pollfd waiting{passive_.number(), POLLIN, 0};
+        while (::poll(&waiting, 1, std::exchange(milliseconds, 0)) > 0)
+            data_.push_back(std::make_unique<Descriptor>(passive_.accept()));
+        std::erase_if(data_, [this](const auto& data) { return !receive(*data); });
+    }
+
+    /// False at the end.
+    bool receive(const Descriptor& data) {
         std::array<char, 4096> buffer{};
-        ssize_t count = 0;
-        while (waitFor(data, kLooks) &&
-               (count = ::recv(data.descriptor(), buffer.data(), buffer.size(), 0)) > 0)
+        pollfd waiting{data.number(), POLLIN, 0};
+        while (::poll(&waiting, 1, kPatienceMs) > 0) {
+            const auto count = ::recv(data.number(), buffer.data(), buffer.size(), 0);
+            if (count <= 0)
+                return false;
             received_ += static_cast<std::size_t>(count);
+        }
+        return true;
     }
 
     QList<QByteArray> replies_;
-    const Socket control_;
-    const Socket passive_;
-    std::atomic<bool> isOver_{false};
-    std::atomic<std::size_t> received_{0};
+    const Descriptor control_{Descriptor::listening()};
+    const Descriptor passive_{Descriptor::listening()};
+    const Descriptor over_{::eventfd(0, EFD_CLOEXEC)};
+    std::vector<std::unique_ptr<Descriptor>> data_;
+    std::size_t received_ = 0;
     std::thread thread_;
 };
 
@@ -184,12 +223,12 @@ bool isConfirmed(const QString& path, int port) {
     client.stream->setClient(31, &Client::heard, &context);
     client.stream->schedule(RunLoop::current());
     require(client.stream->open());
-    QElapsedTimer timer;
-    timer.start();
-    while (!client.hasEnded) {
-        require(timer.elapsed() < kDeadlineMs); // Nothing that a server says is waited for for ever.
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 100);
-    }
+    // Nothing that a server says is waited for for ever.
+    QTimer deadline;
+    QObject::connect(&deadline, &QTimer::timeout, [] { require(false); });
+    deadline.start(kDeadline);
+    while (!client.hasEnded)
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
     client.stream->close();
     return client.isConfirmed;
 }
