@@ -304,12 +304,14 @@ void ExportSession::beginJournal(const QString& exportFolder) {
     QString error;
     if (setting_.resumed) {
         journal_ = setting_.resumed;
-    } else if (setting_.journalFolder) {
+    } else if (setting_.journalFolder && setting_.service) {
         std::vector<RecordedImage> images;
         for (const SessionImage& image : images_)
             images.push_back({absolutePath(image.offered.path), image.offered.name, image.project});
-        journal_ =
-            ExportJournal::create(*setting_.journalFolder, panel_->choices(), std::move(images), error);
+        journal_ = ExportJournal::create(*setting_.journalFolder, *setting_.service, panel_->choices(),
+                                         std::move(images), error);
+    } else if (setting_.journalFolder) {
+        error = QStringLiteral("the plug-in does not tell which service it sends to");
     }
     if (journal_)
         journal_->beginAttempt(panel_->choices(), journal_->record().remaining(), exportFolder);

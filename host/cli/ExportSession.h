@@ -27,11 +27,13 @@ namespace host::cli {
 struct SessionSetting {
     QString bundlePath;
     /// How long nothing may happen before the session gives up.
-    std::chrono::milliseconds quietLimit;
+    std::chrono::milliseconds quietLimit{};
     /// Fetches the password of an account that did not log in by itself.
     std::function<Password(const QString& account)> password;
     /// Where the journal is kept; none is where there is no folder.
     std::optional<QString> journalFolder{};
+    /// To which the plug-in sends, by `serviceIdentity`; none where that is not known.
+    std::optional<QString> service{};
     /// The earlier export to go on with, if it is to be one. Something of it is left.
     std::shared_ptr<ExportJournal> resumed{};
 };

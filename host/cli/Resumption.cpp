@@ -29,13 +29,13 @@ std::vector<Entry> eventsOf(const std::vector<FoundJournal>& journals) {
     return events;
 }
 
-std::vector<FoundJournal> journalsOf(const QString& folder, const QString& account,
+std::vector<FoundJournal> journalsOf(const QString& folder, const QString& service, const QString& account,
                                      const std::function<void(const FoundJournal&)>& damaged) {
     std::vector<FoundJournal> journals;
     for (FoundJournal& journal : journalsIn(folder)) {
         if (!journal.record)
             damaged(journal);
-        else if (journal.record->choices.account == account)
+        else if (journal.record->service == service && journal.record->choices.account == account)
             journals.push_back(std::move(journal));
     }
     return journals;
@@ -92,11 +92,11 @@ const FoundJournal& chosenOf(const std::vector<FoundJournal>& journals) {
 } // namespace
 
 std::variant<std::shared_ptr<ExportJournal>, NoResumption>
-findResumption(const QString& folder, const QString& account, const std::optional<QString>& event,
-               const std::function<void(const FoundJournal&)>& damaged) {
+findResumption(const QString& folder, const QString& service, const QString& account,
+               const std::optional<QString>& event, const std::function<void(const FoundJournal&)>& damaged) {
     // What processes that died have left may settle an export.
     reconcileJournals(folder);
-    std::vector<FoundJournal> journals = journalsOf(folder, account, damaged);
+    std::vector<FoundJournal> journals = journalsOf(folder, service, account, damaged);
     if (journals.empty())
         return NoResumption{QStringLiteral("no export of \"%1\" is known that could be resumed").arg(account),
                             true};

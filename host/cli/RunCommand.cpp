@@ -12,8 +12,7 @@
 #include "host/core/JournalFolder.h"
 #include "host/core/Locations.h"
 #include "host/core/PlugInLoader.h"
-#include "hostapi/PlugInModule.h"
-#include "platform/ServiceConfiguration.h"
+#include "host/core/Service.h"
 
 #include <QtCore/QFile>
 #include <QtCore/QSocketNotifier>
@@ -96,11 +95,24 @@ private:
         return std::get<QString>(std::move(password));
     }
 
-    std::chrono::milliseconds quietLimit(const QString& bundle) {
-        // A configuration that can't be read is told by the plug-in, which needs it.
-        const auto configuration = platform::ServiceConfiguration::load(
-            bundle + QLatin1Char('/') + hostapi::kResourcesFolderName, nullptr);
-        return configuration.value_or(platform::ServiceConfiguration()).transport.idleTimeout + kQuietMargin;
+    SessionSetting sessionSetting(const QString& bundle) {
+        SessionSetting setting;
+        setting.bundlePath = bundle;
+        setting.password = [this](const QString& account) { return password(account); };
+        if (!options_.ephemeral)
+            setting.journalFolder = userJournalFolder();
+        QString error;
+        const auto configuration = serviceConfiguration(bundle, error);
+        if (configuration)
+            setting.service = serviceIdentity(*configuration);
+        else if (options_.resume)
+            end(Outcome::Failed, error);
+        // Else the plug-in tells of a configuration that can't be read, if it needs it.
+        setting.quietLimit =
+            configuration.value_or(platform::ServiceConfiguration()).transport.idleTimeout + kQuietMargin;
+        if (options_.resume)
+            setting.resumed = resumption(*setting.service);
+        return setting;
     }
 
     [[noreturn]] void runSession(const QString& bundle) {
@@ -117,13 +129,8 @@ private:
         auto* const application = new QApplication(argumentCount, arguments);
         QApplication::setQuitOnLastWindowClosed(false);
 
-        const auto resumed = options_.resume ? resumption() : nullptr;
-        const auto journals = options_.ephemeral ? std::nullopt : std::optional(userJournalFolder());
-        auto* const session = new std::shared_ptr<ExportSession>(ExportSession::make(
-            options_,
-            {bundle, quietLimit(bundle), [this](const QString& account) { return password(account); },
-             journals, resumed},
-            reporter_));
+        auto* const session = new std::shared_ptr<ExportSession>(
+            ExportSession::make(options_, sessionSetting(bundle), reporter_));
         QObject::connect(session->get(), &ExportSession::ended, application,
                          [this](Outcome outcome) { end(outcome); });
         auto* const interrupted =
@@ -138,16 +145,17 @@ private:
     }
 
     /// The export to go on with. Ends the command where there is none, or nothing is left of it.
-    std::shared_ptr<ExportJournal> resumption() {
+    std::shared_ptr<ExportJournal> resumption(const QString& service) {
         const auto account = options_.user ? options_.user : rememberedAccount();
         if (!account)
             end(Outcome::Usage, QStringLiteral("no account is remembered; use --user"));
         bool isDamaged = false;
-        auto found = findResumption(userJournalFolder(), *account, options_.event, [&](const auto& journal) {
+        const auto tellDamaged = [&](const FoundJournal& journal) {
             isDamaged = true;
             reporter_.complaint(
                 QStringLiteral("the journal %1 can't be used: %2").arg(journal.path, journal.error));
-        });
+        };
+        auto found = findResumption(userJournalFolder(), service, *account, options_.event, tellDamaged);
         if (const auto* none = std::get_if<NoResumption>(&found))
             end(none->isWrongUsage && !isDamaged ? Outcome::Usage : Outcome::Failed, none->reason);
         auto journal = std::get<std::shared_ptr<ExportJournal>>(std::move(found));

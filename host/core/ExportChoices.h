@@ -44,8 +44,8 @@ struct WishedChoices {
     std::optional<int> colorSpace; ///< Index in the colour space chooser.
 };
 
-/// Whether images of both go to the same remote folders of the same account, so that a file of one replaces
-/// the file of that name of the other.
+/// Whether images of both, sent to one service, go to the same remote folders of the same account, so that a
+/// file of one replaces the file of that name of the other.
 bool sameDestination(const ExportChoices& one, const ExportChoices& other);
 
 } // namespace host

@@ -29,12 +29,14 @@ QByteArray bootId() {
 
 } // namespace
 
-std::unique_ptr<ExportJournal> ExportJournal::create(const QString& folder, const ExportChoices& choices,
+std::unique_ptr<ExportJournal> ExportJournal::create(const QString& folder, const QString& service,
+                                                     const ExportChoices& choices,
                                                      std::vector<RecordedImage> images, QString& error) {
     if (!makeJournalFolder(folder, error))
         return nullptr;
     ExportRecord record;
     record.begun = QDateTime::currentDateTimeUtc();
+    record.service = service;
     record.choices = choices;
     for (RecordedImage& image : images)
         record.images.push_back({std::move(image.source), std::move(image.name), std::move(image.project)});

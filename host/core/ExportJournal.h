@@ -20,13 +20,14 @@ namespace host {
 /// `imageUploaded`. A journal that can't be written goes on in memory, see `failure`. Main thread.
 class ExportJournal {
 public:
-    /// Begins the journal of a new export in `folder`, which is made where it is missing. Of `images` only
-    /// source, name and project count. Empty, with `error`, where it can't be written.
-    static std::unique_ptr<ExportJournal> create(const QString& folder, const ExportChoices& choices,
+    /// Begins the journal of a new export to `service` in `folder`, which is made where it is missing. Of
+    /// `images` only source, name and project count. Empty, with `error`, where it can't be written.
+    static std::unique_ptr<ExportJournal> create(const QString& folder, const QString& service,
+                                                 const ExportChoices& choices,
                                                  std::vector<RecordedImage> images, QString& error);
     /// Opens the journal of an earlier export, to try again what remains. What a process that died has
-    /// uploaded without noting it down is noted down now. Empty, with `error`, where the file is no journal,
-    /// is damaged, or is held by another process.
+    /// uploaded without noting it down is noted down now. Empty, with `error`, where the file is no journal
+    /// of this version, is damaged, or is held by another process.
     static std::unique_ptr<ExportJournal> open(const QString& path, QString& error);
     ~ExportJournal();
 

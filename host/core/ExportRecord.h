@@ -33,6 +33,7 @@ struct RecordedImage {
 /// What is known of an export and of all further tries of it.
 struct ExportRecord {
     QDateTime begun; ///< UTC.
+    QString service; ///< To which it goes: `serviceIdentity`.
     ExportChoices choices;
     std::vector<RecordedImage> images;
     /// The service has confirmed that it processes all that is uploaded.

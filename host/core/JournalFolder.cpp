@@ -33,11 +33,12 @@ QString imageKey(const RecordedImage& image) {
 }
 
 bool isNeededBeside(const ExportRecord& newest, const ExportRecord& older) {
-    const bool isOfSameEvent =
-        older.choices.account == newest.choices.account && older.choices.eventId == newest.choices.eventId;
+    const bool isOfSameEvent = older.service == newest.service &&
+                               older.choices.account == newest.choices.account &&
+                               older.choices.eventId == newest.choices.eventId;
     if (older.isSettled())
         return !isOfSameEvent && older.begun.daysTo(newest.begun) <= kSettledKeptDays;
-    if (!sameDestination(newest.choices, older.choices))
+    if (older.service != newest.service || !sameDestination(newest.choices, older.choices))
         return true;
     QSet<QString> again;
     for (const RecordedImage& image : newest.images)

@@ -13,7 +13,7 @@ namespace host {
 struct FoundJournal {
     QString path;
     bool isHeld = false; ///< Another process, or this one, has it open: its export may be running.
-    std::optional<ExportRecord> record; ///< None where the file is no journal or is damaged.
+    std::optional<ExportRecord> record; ///< None where the file is no journal of this version, or is damaged.
     QString error;                      ///< Why there is no record.
 };
 
@@ -24,7 +24,8 @@ QString userJournalFolder();
 std::vector<FoundJournal> journalsIn(const QString& folder);
 
 /// Notes down, for every journal in `folder` that nobody holds, what the plug-in's export folders tell about
-/// it. Call it before a plug-in object is made: making one empties such a folder. Any thread.
+/// it, whatever service it belongs to: making a plug-in object empties such a folder, so call it before. Any
+/// thread.
 void reconcileJournals(const QString& folder);
 
 /// Makes the folder, for its user alone, where it is missing.
@@ -34,8 +35,8 @@ bool makeJournalFolder(const QString& folder, QString& error);
 QString newJournalPath(const QString& folder, const QDateTime& begun);
 
 /// Removes the journals that nobody holds and that nobody needs beside `newest`, which is on the disk:
-/// settled ones of the same account and event, or older than a month, and those all of whose remaining images
-/// are also images of `newest`, on their way to the same place.
+/// settled ones of the same service, account and event, or older than a month, and those all of whose
+/// remaining images are also images of `newest`, on their way to the same place.
 void removeSupersededJournals(const QString& folder, const ExportRecord& newest);
 
 } // namespace host

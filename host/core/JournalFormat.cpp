@@ -13,6 +13,7 @@ namespace {
 
 // Keys. The first of a line tells what it is.
 const QString kJournal = QStringLiteral("journal");
+const QString kService = QStringLiteral("service");
 const QString kBegun = QStringLiteral("begun");
 const QString kCount = QStringLiteral("images");
 const QString kChoices = QStringLiteral("choices");
@@ -42,8 +43,9 @@ const QString kUploaded = QStringLiteral("uploaded");
 const QString kConfirmed = QStringLiteral("confirmed");
 const QString kEnded = QStringLiteral("ended");
 
-/// The one version there is.
-constexpr int kVersion = 1;
+/// Changes when what an older program wrote, or a newer one writes, can't be taken for the same. Version 1
+/// did not note the service.
+constexpr int kVersion = 2;
 constexpr std::size_t kMostImages = 1'000'000;
 /// What stays readable in a source's path; all other bytes are percent-encoded, since they need not be text.
 constexpr char kPlainInPaths[] = "/ +,()[]@";
@@ -54,6 +56,11 @@ QByteArray line(const QJsonObject& object) {
 
 /// Thrown within this file, where a line lacks something or something has the wrong type.
 struct Senseless {};
+
+/// Thrown within this file, where the journal was kept by another version of the program.
+struct AnotherVersion {
+    int version;
+};
 
 QString text(const QJsonObject& object, const QString& key) {
     const QJsonValue value = object.value(key);
@@ -228,10 +235,14 @@ private:
 
 ExportRecord readBeginning(Lines& lines) {
     const QJsonObject first = parsed(lines.expected());
-    if (first.value(kJournal).toInt() != kVersion)
+    const int version = first.value(kJournal).toInt();
+    if (version < 1)
         throw Senseless();
+    if (version != kVersion)
+        throw AnotherVersion{version};
     ExportRecord record;
     record.begun = QDateTime::fromString(text(first, kBegun), Qt::ISODate);
+    record.service = text(first, kService);
     record.choices = choicesOf(first.value(kChoices).toObject());
     const std::size_t count = wholeNumber(first.value(kCount), kMostImages + 1);
     if (!record.begun.isValid())
@@ -249,6 +260,7 @@ ExportRecord readBeginning(Lines& lines) {
 
 QByteArray beginning(const ExportRecord& record) {
     QByteArray lines = line({{kJournal, kVersion},
+                             {kService, record.service},
                              {kBegun, record.begun.toUTC().toString(Qt::ISODate)},
                              {kChoices, asObject(record.choices)},
                              {kCount, static_cast<qint64>(record.images.size())}});
@@ -319,6 +331,13 @@ std::optional<ExportRecord> read(const QByteArray& contents, qint64& length, QSt
     } catch (const Senseless&) {
         error = lines.number() == 0 ? QStringLiteral("it is no journal of an export")
                                     : QStringLiteral("it is damaged at or after line %1").arg(lines.number());
+        return std::nullopt;
+    } catch (const AnotherVersion& another) {
+        error =
+            QStringLiteral("it was kept by another version of the program, in the form %1; this one keeps "
+                           "and reads the form %2")
+                .arg(another.version)
+                .arg(kVersion);
         return std::nullopt;
     }
 }

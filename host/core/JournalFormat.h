@@ -9,7 +9,7 @@
 /// The lines of a journal, each one JSON object and a line end.
 namespace host::journal_format {
 
-/// The lines that begin a journal: the choices and all images.
+/// The lines that begin a journal: the service, the choices and all images.
 QByteArray beginning(const ExportRecord& record);
 
 QByteArray attemptBegan(const ExportChoices& choices, const std::vector<std::size_t>& images,
@@ -24,7 +24,9 @@ QByteArray attemptEnded(const QString& reason);
 bool apply(const QByteArray& line, ExportRecord& record);
 
 /// Reads a whole journal. What a power cut or a crash has left of a last line is passed over: `length` is
-/// that of all before it. Without a value, and with `error`, where it is no journal or is damaged.
+/// that of all before it. Without a value, and with `error`, where it is no journal, is damaged,
+/// or was kept by another version. One that does not say to which service it belongs must not be gone on
+/// with: the images would reach whatever service the plug-in knows now.
 std::optional<ExportRecord> read(const QByteArray& contents, qint64& length, QString& error);
 
 } // namespace host::journal_format

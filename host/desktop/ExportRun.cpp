@@ -4,6 +4,7 @@
 #include "host/core/JournalFolder.h"
 #include "host/core/ObserverRelay.h"
 #include "host/core/PlugInLoader.h"
+#include "host/core/Service.h"
 #include "host/core/UniqueNames.h"
 #include "host/desktop/Counting.h"
 #include "hostapi/SettingsPanel.h"
@@ -116,7 +117,7 @@ std::vector<RecordedImage> ExportRun::offeredImages() const {
 // --- The dialog ---
 
 bool ExportRun::open(QWidget* window, QString& error) {
-    if (!makePlugIn(error))
+    if (!makePlugIn(error) || !findService(error))
         return false;
     if (const auto wish = unmetWish()) {
         error = *wish;
@@ -169,6 +170,19 @@ bool ExportRun::makePlugIn(QString& error) {
         if (alive && !alive->end_)
             Q_EMIT alive->progressed(progress);
     });
+    return true;
+}
+
+bool ExportRun::findService(QString& error) {
+    const auto configuration = serviceConfiguration(setting_.bundlePath, error);
+    if (!configuration)
+        return false;
+    service_ = serviceIdentity(*configuration);
+    // An equal account and event of this one would be somebody else's.
+    if (job_.journal && job_.journal->record().service != service_) {
+        error = tr("The earlier export belongs to another service: %1.").arg(job_.journal->record().service);
+        return false;
+    }
     return true;
 }
 
@@ -240,7 +254,7 @@ bool ExportRun::beginJournal(const ExportChoices& choices, const QString& folder
     auto images = offeredImages();
     const std::size_t count = images.size();
     QString error;
-    journal_ = ExportJournal::create(setting_.journalFolder, choices, std::move(images), error);
+    journal_ = ExportJournal::create(setting_.journalFolder, service_, choices, std::move(images), error);
     if (!journal_) {
         reason_ =
             tr("The outcome of an export cannot be kept in “%1”: %2").arg(setting_.journalFolder, error);

@@ -65,6 +65,7 @@ private:
     ExportRun(ExportJob job, ExportSetting setting);
 
     bool makePlugIn(QString& error);
+    bool findService(QString& error);
     std::vector<RecordedImage> offeredImages() const;
     std::optional<QString> unmetWish() const;
     QString heading() const;
@@ -101,6 +102,7 @@ private:
     const ExportSetting setting_;
     std::weak_ptr<ExportRun> self_;
 
+    QString service_; ///< To which the plug-in sends.
     std::shared_ptr<APIManager> apiManager_;
     std::shared_ptr<hostapi::ApertureExportPlugIn> plugIn_;
     std::unique_ptr<ExportDialog> dialog_;

@@ -1,13 +1,19 @@
 #include "host/desktop/Exporter.h"
 
+#include "host/core/Service.h"
 #include "platform/Alert.h"
 
 namespace host::desktop {
 
-std::vector<FoundJournal> unfinishedJournals(const QString& folder) {
-    std::vector<FoundJournal> journals = journalsIn(folder);
-    std::erase_if(journals, [](const FoundJournal& journal) {
-        return journal.isHeld || !journal.record || journal.record->isSettled();
+std::vector<FoundJournal> unfinishedJournals(const ExportSetting& setting) {
+    QString ignored; // Whoever exports is told.
+    const auto configuration = serviceConfiguration(setting.bundlePath, ignored);
+    if (!configuration)
+        return {};
+    std::vector<FoundJournal> journals = journalsIn(setting.journalFolder);
+    std::erase_if(journals, [service = serviceIdentity(*configuration)](const FoundJournal& journal) {
+        return journal.isHeld || !journal.record || journal.record->isSettled() ||
+               journal.record->service != service;
     });
     return journals;
 }

@@ -14,8 +14,9 @@
 
 namespace host::desktop {
 
-/// Those of the journals in `folder` that have something left to do and belong to nobody else. Any thread.
-std::vector<FoundJournal> unfinishedJournals(const QString& folder);
+/// The journals of the plug-in's service that have something left to do and that nobody holds; none where it
+/// is not known which service that is. Any thread.
+std::vector<FoundJournal> unfinishedJournals(const ExportSetting& setting);
 
 /// Does one export after the other, and shows what has become of each. Main thread.
 class Exporter final : public QObject {
@@ -38,7 +39,7 @@ public:
     /// A plug-in is at work for an export that has begun.
     bool isExporting() const;
     std::size_t waitingCount() const { return waiting_.size(); }
-    const QString& journalFolder() const { return setting_.journalFolder; }
+    const ExportSetting& setting() const { return setting_; }
 
 Q_SIGNALS:
     void begun();

@@ -208,7 +208,7 @@ void MainWindow::exportEnded() {
 
 void MainWindow::listUnfinished() {
     unfinishedMenu_->clear();
-    for (const FoundJournal& journal : unfinishedJournals(exporter_.journalFolder())) {
+    for (const FoundJournal& journal : unfinishedJournals(exporter_.setting())) {
         // An ampersand would underline the next letter.
         const QString text = unfinishedLine(*journal.record).replace(QLatin1Char('&'), QStringLiteral("&&"));
         connect(unfinishedMenu_->addAction(text), &QAction::triggered, this,
@@ -219,8 +219,8 @@ void MainWindow::listUnfinished() {
 }
 
 void MainWindow::findUnfinished() {
-    platform::Thread::start("find-journals", [window = QPointer(this), folder = exporter_.journalFolder()] {
-        platform::RunLoop::main()->post([window, journals = unfinishedJournals(folder)] {
+    platform::Thread::start("find-journals", [window = QPointer(this), setting = exporter_.setting()] {
+        platform::RunLoop::main()->post([window, journals = unfinishedJournals(setting)] {
             if (window && !journals.empty())
                 window->tellUnfinished(journals);
         });

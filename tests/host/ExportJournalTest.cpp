@@ -3,11 +3,12 @@
 
 using namespace host;
 
-TEST_F(Journal, KeepsChoicesSourcesNamesAndProjects) {
+TEST_F(Journal, KeepsServiceChoicesSourcesNamesAndProjects) {
     auto images = someImages(1);
     images.push_back({QByteArray("/no text \xff%41\n.tif"), QStringLiteral("Größe \"1\".tif"), std::nullopt});
     const QString path = create(images)->path();
     const auto journal = reopen(path);
+    EXPECT_EQ(journal->record().service, someService());
     EXPECT_EQ(journal->record().choices, someChoices());
     ASSERT_EQ(journal->record().images.size(), 2U);
     for (std::size_t i = 0; i < 2; ++i) {
@@ -110,7 +111,7 @@ TEST_F(Journal, KeepsNothingThatOtherUsersCouldRead) {
 
 TEST_F(Journal, CantBeBegunWhereThereIsNoFolder) {
     write(place_.filePath(QStringLiteral("state")), "a file");
-    EXPECT_FALSE(ExportJournal::create(folder(), someChoices(), someImages(), error_));
+    EXPECT_FALSE(ExportJournal::create(folder(), someService(), someChoices(), someImages(), error_));
     EXPECT_FALSE(error_.isEmpty());
 }
 

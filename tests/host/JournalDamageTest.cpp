@@ -94,9 +94,10 @@ TEST_F(Journal, WithABeginningThatMakesNoSenseIsRefused) {
           Change{"\"name\":\"0.tif\"", "\"name\":\"a\\u0000b\""},
           Change{"\"source\":\"/photos", "\"source\":\"photos"}, Change{"/photos/0", "/photos/%00"},
           Change{"\"images\":1", "\"images\":2"}, Change{"\"images\":1", "\"images\":1e18"},
-          Change{"\"journal\":1", "\"journal\":2"}, Change{"\"begun\":\"2", "\"begun\":\"x"},
-          Change{"\"account\":\"ann\"", "\"account\":1"}, Change{"\"quality\":950", "\"quality\":-1"},
-          Change{"\"image\":0", "\"image\":1"}}) {
+          Change{"\"journal\":2", "\"journal\":0"},
+          Change{"\"service\":\"www", "\"service\":1,\"else\":\"www"},
+          Change{"\"begun\":\"2", "\"begun\":\"x"}, Change{"\"account\":\"ann\"", "\"account\":1"},
+          Change{"\"quality\":950", "\"quality\":-1"}, Change{"\"image\":0", "\"image\":1"}}) {
         ASSERT_TRUE(good.contains(from)) << from;
         write(path, QByteArray(good).replace(from, to));
         EXPECT_FALSE(ExportJournal::open(path, error_)) << to;
@@ -105,6 +106,25 @@ TEST_F(Journal, WithABeginningThatMakesNoSenseIsRefused) {
     EXPECT_FALSE(ExportJournal::open(path, error_));
     write(path, {});
     EXPECT_FALSE(ExportJournal::open(path, error_));
+}
+
+TEST_F(Journal, OfAnotherVersionIsRefusedAndLeftAsItIs) {
+    auto journal = begin(1);
+    const QString path = journal->path();
+    journal.reset();
+    const QByteArray good = contents(path);
+    // The first did not note the service: what is left must not go to whichever is known now.
+    QByteArray first = QByteArray(good).replace("\"journal\":2", "\"journal\":1");
+    first.remove(first.indexOf(",\"service\""), first.indexOf('}') - first.indexOf(",\"service\""));
+    for (const QByteArray& other : {first, QByteArray(good).replace("\"journal\":2", "\"journal\":3")}) {
+        write(path, other);
+        EXPECT_FALSE(ExportJournal::open(path, error_));
+        EXPECT_TRUE(error_.startsWith(QStringLiteral("it was kept by another version of the program")))
+            << error_.toStdString();
+        reconcileJournals(folder());
+        create(someImages(1));
+        EXPECT_EQ(contents(path), other);
+    }
 }
 
 TEST_F(Journal, WithAnyByteChangedIsReadOrRefused) {
@@ -173,7 +193,7 @@ private:
 
 TEST_F(Journal, ThatDoesNotFitOntoTheDiskIsNotBegun) {
     const FullDisk full(100);
-    EXPECT_FALSE(ExportJournal::create(folder(), someChoices(), someImages(), error_));
+    EXPECT_FALSE(ExportJournal::create(folder(), someService(), someChoices(), someImages(), error_));
     EXPECT_FALSE(error_.isEmpty());
     EXPECT_TRUE(QDir(folder()).entryList(QDir::Files | QDir::Hidden).isEmpty());
 }

@@ -27,6 +27,10 @@ inline ExportChoices someChoices() {
     return choices;
 }
 
+inline QString someService() {
+    return QStringLiteral("www.quillmark.example ftp.quillmark.example");
+}
+
 inline std::vector<RecordedImage> someImages(int count = 3) {
     std::vector<RecordedImage> images;
     for (int i = 0; i < count; ++i)
@@ -45,8 +49,9 @@ protected:
     QString preparedPath(int image) const { return exportFolder() + QStringLiteral("%1.jpg").arg(image); }
 
     std::unique_ptr<ExportJournal> create(std::vector<RecordedImage> images = someImages(),
-                                          const ExportChoices& choices = someChoices()) {
-        auto journal = ExportJournal::create(folder(), choices, std::move(images), error_);
+                                          const ExportChoices& choices = someChoices(),
+                                          const QString& service = someService()) {
+        auto journal = ExportJournal::create(folder(), service, choices, std::move(images), error_);
         EXPECT_TRUE(journal) << error_.toStdString();
         return journal;
     }

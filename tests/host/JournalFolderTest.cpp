@@ -88,6 +88,29 @@ TEST_F(Journal, GoesWhereANewExportHasAllThatRemains) {
     EXPECT_FALSE(QFileInfo::exists(old));
 }
 
+TEST_F(Journal, OfAnotherServiceStays) {
+    auto settled = begin(1);
+    prepare(*settled, 0);
+    upload(*settled, 0);
+    settled->processingConfirmed();
+    const QString path = settled->path();
+    settled.reset();
+    const QString unsettled = create()->path();
+    ASSERT_FALSE(QFileInfo::exists(path));
+    create(someImages(), someChoices(), QStringLiteral("www.quillmark.example=127.0.0.1:8443"));
+    EXPECT_TRUE(QFileInfo::exists(unsettled)) << "the new one's images go elsewhere";
+
+    auto elsewhere = create(someImages(1), someChoices(), QStringLiteral("elsewhere"));
+    elsewhere->beginAttempt(someChoices(), {0}, exportFolder());
+    prepare(*elsewhere, 0);
+    upload(*elsewhere, 0);
+    elsewhere->processingConfirmed();
+    const QString settledElsewhere = elsewhere->path();
+    elsewhere.reset();
+    create();
+    EXPECT_TRUE(QFileInfo::exists(settledElsewhere));
+}
+
 TEST_F(Journal, OfARunningExportStays) {
     const auto running = begin();
     create();

@@ -23,7 +23,16 @@ protected:
         for (const char* name : {"a.tif", "Party/a.tif", "b.tif"})
             images_ += QFile::decodeName(plugIn_.file(QLatin1String(name)));
     }
-    ~Resume() override { qputenv("XDG_STATE_HOME", stateHome_); }
+    ~Resume() override {
+        qputenv("XDG_STATE_HOME", stateHome_);
+        qunsetenv("QUILLMARK_SERVICE_CONFIG");
+    }
+
+    /// From now on the plug-in sends to that host.
+    void useService(const QString& name, const QByteArray& webHost) {
+        qputenv("QUILLMARK_SERVICE_CONFIG",
+                plugIn_.file(name, "[service]\nwebHost=" + webHost + "\nftpHost=ftp.quillmark.example\n"));
+    }
 
     QStringList login() const {
         return {QStringLiteral("--plugin"), FakePlugInScript::bundlePath(),    QStringLiteral("--user"),
@@ -225,6 +234,35 @@ TEST_F(Resume, OfAnotherAccountIsNotOffered) {
     EXPECT_EQ(run("upload-breaks").wait(), 1);
     CommandRun& resumed = resume({}, {QStringLiteral("--user=ben")});
     EXPECT_EQ(resumed.wait(), 2);
+}
+
+TEST_F(Resume, OfAnotherServiceIsNotOffered) {
+    EXPECT_EQ(run("dies=in-upload").wait(), kKilled);
+    useService(QStringLiteral("elsewhere"), "elsewhere.quillmark.example");
+    CommandRun& elsewhere = resume();
+    EXPECT_EQ(elsewhere.wait(), 2);
+    EXPECT_EQ(elsewhere.errors(), "quillmark-export: no export of \"ann\" is known that could be resumed\n");
+    EXPECT_TRUE(logged({}).empty()) << "nothing may go there";
+    // An equal account and event of the other service are no part of the first export.
+    EXPECT_EQ(run("upload-breaks=1").wait(), 1);
+    EXPECT_EQ(resume().wait(), 0);
+    EXPECT_EQ(uploads(), (Names{"a-2.jpg", "b.jpg"}));
+    qunsetenv("QUILLMARK_SERVICE_CONFIG");
+    // Although other plug-in objects have emptied the folder since, what had arrived is known.
+    EXPECT_EQ(resume().wait(), 0);
+    EXPECT_EQ(uploads(), (Names{"a-2.jpg", "b.jpg"}));
+}
+
+TEST_F(Resume, NeedsToKnowTheService) {
+    EXPECT_EQ(run("upload-breaks").wait(), 1);
+    qputenv("QUILLMARK_SERVICE_CONFIG", QFile::encodeName(plugIn_.path(QStringLiteral("none.ini"))));
+    CommandRun& resumed = resume();
+    EXPECT_EQ(resumed.wait(), 1);
+    EXPECT_TRUE(resumed.errors().contains("none.ini: the file does not exist"))
+        << resumed.errors().toStdString();
+    CommandRun& exported = run({});
+    EXPECT_EQ(exported.wait(), 0);
+    EXPECT_TRUE(exported.errors().contains("the plug-in does not tell which service it sends to"));
 }
 
 TEST_F(Resume, GoesOnWithTheNamedEventAndAsksWhereThereIsMoreThanOne) {

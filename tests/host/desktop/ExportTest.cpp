@@ -6,6 +6,23 @@
 using host::ImageOutcome;
 using test_support::waitUntil;
 
+namespace {
+
+/// As long as it lives, the plug-in's service is at another host.
+class ServiceInPlace {
+public:
+    ServiceInPlace(const FakePlugInScript& files, const QByteArray& webHost) {
+        qputenv("QUILLMARK_SERVICE_CONFIG",
+                files.file(QStringLiteral("service.ini"),
+                           "[service]\nwebHost=" + webHost + "\nftpHost=ftp.quillmark.example\n"));
+    }
+    ~ServiceInPlace() { qunsetenv("QUILLMARK_SERVICE_CONFIG"); }
+    ServiceInPlace(const ServiceInPlace&) = delete;
+    ServiceInPlace& operator=(const ServiceInPlace&) = delete;
+};
+
+} // namespace
+
 TEST_F(ExportWindow, MakesTheCallsInTheirOrder) {
     selectPictures(2);
     exportToTheSummary();
@@ -166,6 +183,30 @@ TEST_F(ExportWindow, AnEarlierExportIsOfferedAfterARestart) {
     ASSERT_TRUE(waitForSummary());
     EXPECT_EQ(logged(QStringLiteral("upload")).toStdString(), "upload 0.jpg;upload 1.jpg");
     EXPECT_TRUE(foundJournals().front().record->isSettled());
+}
+
+TEST_F(ExportWindow, AnEarlierExportToAnotherServiceIsNotOfferedAndNotGoneOnWith) {
+    plugIn_.tell("upload-breaks=1");
+    selectPictures(2);
+    exportToTheSummary();
+    const ServiceInPlace other(plugIn_, "elsewhere.quillmark.example");
+    press(summary(), "exportRemainingButton");
+    ASSERT_TRUE(waitUntil([this] { return !messages_.texts.isEmpty(); }));
+    EXPECT_TRUE(messages_.texts.first().contains(QStringLiteral("belongs to another service")))
+        << messages_.texts.first().toStdString();
+    EXPECT_FALSE(exportDialog());
+    EXPECT_EQ(unfinishedExports(), QStringList(QStringLiteral("None")));
+    openWindow();
+    test_support::runLoopFor(std::chrono::milliseconds(200));
+    EXPECT_FALSE(visible<host::desktop::NoticeBar>());
+    EXPECT_EQ(foundJournals().front().record->remaining().size(), 1U);
+
+    // What goes there now is an export of its own.
+    plugIn_.tell("");
+    selectPictures(2);
+    exportToTheSummary();
+    EXPECT_EQ(text("headline").toStdString(), "The export is finished.");
+    EXPECT_EQ(foundJournals().size(), 2U);
 }
 
 TEST_F(ExportWindow, EarlierExportsAreInTheMenu) {
