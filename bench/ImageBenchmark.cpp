@@ -1,20 +1,13 @@
-// What it costs to prepare a photograph of 24 megapixels: image_benchmark [IMAGES]
-//
-// A line for each format: the median time of IMAGES preparations (5 without the argument), drawn into a box
-// of 1280 by 1280 and in their own size, and the process's peak memory so far. Run it with 5 and with 200
-// images: the peak must not depend on their number.
+// What it costs to prepare a photograph of 24 megapixels, by its format and the box that it is drawn into:
+// decoding, scaling, encoding.
 
 #include "platform/Image.h"
 
+#include <benchmark/benchmark.h>
 #include <vips/vips8>
 
-#include <sys/resource.h>
-
-#include <algorithm>
-#include <chrono>
-#include <cstdio>
-#include <cstdlib>
-#include <functional>
+#include <map>
+#include <string>
 #include <vector>
 
 using platform::ColorSpace;
@@ -25,9 +18,28 @@ namespace {
 
 constexpr int kWidth = 6000;
 constexpr int kHeight = 4000;
-constexpr int kBoxWidth = 1280;
-constexpr int kBoxHeight = 853;
-constexpr double kQuality = 1.0;
+constexpr double kQuality = 0.83;
+
+struct Format {
+    const char* name;
+    const char* saver; ///< As libvips names it, with its options.
+    bool hasSixteenBits = false;
+};
+constexpr Format kFormats[] = {
+    {"JPEG", ".jpg[Q=90]"},
+    {"progressive JPEG", ".jpg[Q=90,interlace]"},
+    {"TIFF", ".tif"},
+    {"16-bit TIFF", ".tif", true},
+    {"PNG", ".png[compression=1]"},
+    {"WebP", ".webp[Q=75]"},
+};
+
+struct Box {
+    const char* name;
+    int width; ///< 0: the image keeps its own size.
+    int height;
+};
+constexpr Box kBoxes[] = {{"1280", 1280, 853}, {"2048", 2048, 1365}, {"own size", 0, 0}};
 
 /// As rough as a photograph is to an encoder: noise on a larger scale than a pixel.
 VImage photograph() {
@@ -42,50 +54,48 @@ VImage photograph() {
         .copy(VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
 }
 
-QByteArray file(const VImage& image, const char* format) {
-    void* data = nullptr;
-    std::size_t size = 0;
-    image.write_to_buffer(format, &data, &size);
-    const QByteArray bytes(static_cast<const char*>(data), static_cast<qsizetype>(size));
-    g_free(data);
+/// The photograph as a file; made once, since all boxes need it.
+const QByteArray& file(const Format& format) {
+    static std::map<std::string, QByteArray> files;
+    QByteArray& bytes = files[format.name];
+    if (bytes.isEmpty()) {
+        static const VImage picture = photograph().copy_memory();
+        const VImage pixels =
+            format.hasSixteenBits ? picture.colourspace(VIPS_INTERPRETATION_RGB16) : picture;
+        void* data = nullptr;
+        std::size_t size = 0;
+        pixels.write_to_buffer(format.saver, &data, &size);
+        bytes = QByteArray(static_cast<const char*>(data), static_cast<qsizetype>(size));
+        g_free(data);
+    }
     return bytes;
 }
 
-double medianMilliseconds(int count, const std::function<bool()>& prepare) {
-    std::vector<double> times;
-    for (int i = 0; i < count; ++i) {
-        const auto start = std::chrono::steady_clock::now();
-        if (!prepare())
-            std::exit(EXIT_FAILURE);
-        const std::chrono::duration<double, std::milli> taken = std::chrono::steady_clock::now() - start;
-        times.push_back(taken.count());
+void prepare(benchmark::State& state, const Format& format, const Box& box) {
+    const QByteArray& data = file(format);
+    for ([[maybe_unused]] const auto iteration : state) {
+        const auto image = Image::open(data);
+        const auto jpeg = box.width == 0
+                              ? image->asJPEG(kQuality)
+                              : image->scaledJPEG(box.width, box.height, *ColorSpace::sRGB(), kQuality);
+        if (!jpeg)
+            return state.SkipWithError("not prepared");
     }
-    std::nth_element(times.begin(), times.begin() + count / 2, times.end());
-    return times[static_cast<std::size_t>(count / 2)];
-}
-
-long peakMegabytes() {
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return usage.ru_maxrss / 1024;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    const int count = argc > 1 ? std::max(1, std::atoi(argv[1])) : 5;
+    benchmark::Initialize(&argc, argv);
     platform::startImageLibrary();
-    const VImage picture = photograph();
-    std::printf("%-24s %12s %12s %12s\n", "format", "in box, ms", "own size, ms", "peak, MB");
-    for (const char* format : {".jpg[Q=90]", ".jpg[Q=90,interlace]", ".tif", ".png[compression=1]"}) {
-        const QByteArray data = file(picture, format);
-        const double inBox = medianMilliseconds(count, [&] {
-            return Image::open(data)
-                ->scaledJPEG(kBoxWidth, kBoxHeight, *ColorSpace::sRGB(), kQuality)
-                .has_value();
-        });
-        const double ownSize =
-            medianMilliseconds(count, [&] { return Image::open(data)->asJPEG(kQuality).has_value(); });
-        std::printf("%-24s %12.0f %12.0f %12ld\n", format, inBox, ownSize, peakMegabytes());
+    for (const Format& format : kFormats) {
+        for (const Box& box : kBoxes) {
+            const std::string name = std::string(format.name) + ", " + box.name;
+            benchmark::RegisterBenchmark(name.c_str(), prepare, format, box)
+                ->UseRealTime()
+                ->MeasureProcessCPUTime()
+                ->Unit(benchmark::kMillisecond);
+        }
     }
+    benchmark::RunSpecifiedBenchmarks();
 }
