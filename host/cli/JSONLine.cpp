@@ -1,5 +1,7 @@
 #include "host/cli/JSONLine.h"
 
+#include "host/cli/PrintableText.h"
+
 #include <QtCore/QJsonArray>
 #include <QtCore/QJsonDocument>
 
@@ -9,9 +11,22 @@ namespace {
 
 const QByteArray kNull = QByteArrayLiteral("null");
 
+/// JSON whose characters are only to be shown: these lines may end in a terminal, and JSON itself has but
+/// those below the space escaped.
+QByteArray withEscapes(const QByteArray& json) {
+    QString result;
+    for (const QChar unit : QString::fromUtf8(json)) {
+        if (!unit.isSurrogate() && mustBeEscaped(unit.unicode()))
+            result += QStringLiteral("\\u%1").arg(static_cast<uint>(unit.unicode()), 4, 16, QLatin1Char('0'));
+        else
+            result += unit;
+    }
+    return result.toUtf8();
+}
+
 QByteArray value(const QString& text) {
     // An array of the text alone, without its brackets.
-    return QJsonDocument(QJsonArray{text}).toJson(QJsonDocument::Compact).mid(1).chopped(1);
+    return withEscapes(QJsonDocument(QJsonArray{text}).toJson(QJsonDocument::Compact).mid(1).chopped(1));
 }
 
 QByteArray value(const std::optional<QString>& text) {

@@ -12,18 +12,6 @@ bool turnsDirection(char32_t c) {
     return c == 0x200E || c == 0x200F || (c >= 0x202A && c <= 0x202E) || (c >= 0x2066 && c <= 0x2069);
 }
 
-bool mustBeEscaped(char32_t c) {
-    switch (QChar::category(c)) {
-    case QChar::Other_Control:
-    case QChar::Other_Surrogate:
-    case QChar::Separator_Line:
-    case QChar::Separator_Paragraph:
-        return true;
-    default:
-        return turnsDirection(c);
-    }
-}
-
 QString escaped(char32_t c) {
     switch (c) {
     case '\n':
@@ -45,6 +33,18 @@ int columnsOf(char32_t c) {
 }
 
 } // namespace
+
+bool mustBeEscaped(char32_t c) {
+    switch (QChar::category(c)) {
+    case QChar::Other_Control:
+    case QChar::Other_Surrogate:
+    case QChar::Separator_Line:
+    case QChar::Separator_Paragraph:
+        return true;
+    default:
+        return turnsDirection(c);
+    }
+}
 
 QString printable(const QString& text) {
     QString result;

@@ -4,10 +4,11 @@
 
 namespace host::cli {
 
-/// The text with everything escaped that would do something to a terminal instead of being shown: control
-/// characters, line and paragraph separators, and marks that turn the direction of writing. "\n" for a line
-/// end, "\x1b" or
-/// "\u{202e}" for others.
+/// Whether a character would do something to a terminal instead of being shown: control characters, line and
+/// paragraph separators, and marks that turn the direction of writing.
+bool mustBeEscaped(char32_t c);
+
+/// The text with every such character escaped: "\n" for a line end, "\x1b" or "\u{202e}" for others.
 QString printable(const QString& text);
 
 /// How many columns the printable text takes on a terminal.

@@ -175,6 +175,7 @@ void MainWindow::makeToolBar() {
 void MainWindow::makeStatusBar() {
     selectionLabel_ = new QLabel;
     selectionLabel_->setObjectName(QStringLiteral("selectionLabel"));
+    selectionLabel_->setTextFormat(Qt::PlainText);
     statusBar()->addWidget(selectionLabel_);
     statusBar()->addPermanentWidget(exportStatus_);
     exportStatus_->hide();

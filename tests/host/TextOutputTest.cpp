@@ -67,6 +67,14 @@ TEST(JSONLines, StayOneLineAndReadableWhateverTheTextHolds) {
     EXPECT_EQ(QJsonDocument::fromJson(line).object().value(QStringLiteral("text")).toString(), hostile);
 }
 
+TEST(JSONLines, HoldNothingThatATerminalActsUpon) {
+    const QString hostile = text("\x7f\u009b2J\u0085\u2028\u202egnp.exe\u2066");
+    const QByteArray line = JSONLine("status").add("text", hostile).line();
+    EXPECT_EQ(line,
+              "{\"event\":\"status\",\"text\":\"\\u007f\\u009b2J\\u0085\\u2028\\u202egnp.exe\\u2066\"}\n");
+    EXPECT_EQ(QJsonDocument::fromJson(line).object().value(QStringLiteral("text")).toString(), hostile);
+}
+
 TEST(JSONLines, OfHalfACharacterAreStillReadable) {
     const QByteArray line = JSONLine("status").add("text", QString(QChar(0xD800))).line();
     EXPECT_TRUE(QJsonDocument::fromJson(line).isObject()) << line.toStdString();

@@ -95,6 +95,7 @@ class HostileWebServer(Hostile):
         self.assertEqual(run.events("lists")[0]["events"][0]["name"], name)
         for options in (self.choices(), ["--list"]):
             self.assertIn(MARKUP, self.expect_harmless_on_a_terminal(*options))
+        self.expect_harmless_on_a_terminal("--json", *self.choices())
 
     def test_control_characters_that_xml_forbids_are_no_answer(self):
         self.serve(web={"processimages.php": b"<Information><Result>" + RAW_TERMINAL_CODES + b"</Result></Information>"})

@@ -237,6 +237,17 @@ TEST_F(Window, AProjectIsRenamedForTheSelection) {
     EXPECT_EQ(label->text().toStdString(), "3 of 3 photographs selected, several projects");
 }
 
+TEST_F(Window, ShowsMarkupInAProjectsNameAsItStands) {
+    QDir(folder_.path()).mkdir(QStringLiteral("<b>Smith"));
+    folder_.picture(QStringLiteral("<b>Smith/a.png"), {30, 20});
+    open({QFile::encodeName(folder_.filePath(QStringLiteral("<b>Smith")))}, 1);
+    table()->selectAll();
+    auto* const label = window_.findChild<QLabel*>(QStringLiteral("selectionLabel"));
+    EXPECT_EQ(label->text().toStdString(), "1 of 1 photograph selected, project “<b>Smith”");
+    // Read as markup it would take less room.
+    EXPECT_GE(label->sizeHint().width(), label->fontMetrics().horizontalAdvance(label->text()));
+}
+
 TEST_F(Window, TheSliderChangesTheThumbnailsAndLoadsLargerOnes) {
     folder_.picture(QStringLiteral("a.png"), {1200, 800});
     open({folder_.bytes()}, 1);
