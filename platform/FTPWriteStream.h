@@ -61,7 +61,7 @@ struct StreamClientContext {
 class FTPWriteStream : public std::enable_shared_from_this<FTPWriteStream> {
 public:
     /// Bytes that a stream holds before it has sent them: little, so that progress stays honest.
-    static constexpr std::size_t kBufferSize = 256 * 1024;
+    static constexpr std::size_t kBufferSize = std::size_t{256} * 1024;
 
     /// Makes a stream for a percent-escaped "ftp://host:port/path" text, its path counted from the login
     /// folder. None where it is no such URL, has no host or no path, is not UTF-8, or a path component is

@@ -169,6 +169,8 @@ public:
 
     // --- ftp/FTPStreams.cpp: any thread ---
 
+    // The protocol's name, though the language keeps it for itself: no library that is used here has it.
+    // NOLINTNEXTLINE(bugprone-reserved-identifier)
     std::optional<QString> _URLStringForServer(const std::optional<QString>& host,
                                                const std::optional<QString>& path,
                                                const std::optional<QString>& port) const;
