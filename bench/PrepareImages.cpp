@@ -1,6 +1,7 @@
-// Prepares photographs as an export does, and nothing else: prepare_images BOX QUALITY FOLDER FILE...
+// Prepares photographs as an export does, and nothing else: prepare_images BOX QUALITY FOLDER [FILE...]
 //
-// BOX is WIDTHxHEIGHT, or "own" for every image's own size. One process for all images, as in a host.
+// BOX is WIDTHxHEIGHT, or "own" for every image's own size. One process for all images, as in a host; without
+// any, the process that is about to prepare some.
 
 #include "host/core/ImageRenderer.h"
 #include "tests/support/RecordingHost.h"
@@ -32,8 +33,8 @@ void setBox(Quillmark& plugIn, const QString& box) {
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc <= kFirstFile)
-        fail(QStringLiteral("usage: prepare_images BOX QUALITY FOLDER FILE..."));
+    if (argc < kFirstFile)
+        fail(QStringLiteral("usage: prepare_images BOX QUALITY FOLDER [FILE...]"));
     qputenv("QT_QPA_PLATFORM", "offscreen");
     const QApplication application(argc, argv);
     test_support::RecordingHost host;
@@ -54,6 +55,8 @@ int main(int argc, char** argv) {
         const auto index = static_cast<std::uint32_t>(i - kFirstFile);
         plugIn->exportManagerShouldWriteImageData(image->data, QStringLiteral("%1.jpg").arg(index), index);
     }
-    if (plugIn->exportedImagePaths->size() != argc - kFirstFile)
+    // The list is made for the first image.
+    const auto prepared = plugIn->exportedImagePaths ? plugIn->exportedImagePaths->size() : 0;
+    if (prepared != argc - kFirstFile)
         fail(QStringLiteral("not every image was prepared"));
 }
