@@ -27,6 +27,7 @@ constexpr auto kPatienceWithTheQuiet = 2s;
 /// How long the end waits for an image in the making.
 constexpr auto kPatienceWithImages = 10s;
 
+const QString kUnusable = QStringLiteral("the plug-in can't be used: ");
 const QString kUnconfirmed =
     QStringLiteral("The images were uploaded, but the service did not confirm that it processed them.");
 
@@ -113,10 +114,9 @@ ExportSession::~ExportSession() = default;
 
 void ExportSession::start() {
     enter(Phase::Login);
-    if (!makePlugIn() || !openPanel())
+    if (!makePlugIn() || !openPanel() || !activate())
         return;
     lookTimer_.start(kLookInterval);
-    plugIn_->willBeActivated();
     // What is remembered has begun to log in by itself.
     if (panel_->isBusy())
         lookAround();
@@ -146,7 +146,7 @@ bool ExportSession::makePlugIn() {
     QString error;
     plugIn_ = loadPlugIn(setting_.bundlePath, *apiManager_, error);
     if (!plugIn_) {
-        conclude(Outcome::Failed, QStringLiteral("the plug-in can't be used: ") + error);
+        conclude(Outcome::Failed, kUnusable + error);
         return false;
     }
     progressWatch_ = std::make_shared<ProgressWatch>(plugIn_, [session = self_](const auto& progress) {
@@ -167,6 +167,10 @@ bool ExportSession::openPanel() {
     }
     window_ = std::make_unique<QWidget>();
     (new QVBoxLayout(window_.get()))->addWidget(view);
+    // The ends of the panel's keyboard loop: nobody has a keyboard here, but a plug-in may count on the
+    // questions.
+    plugIn_->firstView();
+    plugIn_->lastView();
     QString error;
     panel_ = PanelDriver::make(*view, error);
     if (!panel_) {
@@ -176,6 +180,18 @@ bool ExportSession::openPanel() {
     // Queued: the plug-in is in the middle of changing the view.
     connect(panel_.get(), &PanelDriver::busyChanged, this, &ExportSession::lookAround, Qt::QueuedConnection);
     return true;
+}
+
+bool ExportSession::activate() {
+    plugIn_->willBeActivated();
+    answers_ = askFixedQuestions(*plugIn_);
+    const auto wish = unmetWish(answers_);
+    if (!wish)
+        return true;
+    // It may have begun to log in.
+    plugIn_->exportManagerShouldCancelExport();
+    conclude(Outcome::Failed, kUnusable + *wish);
+    return false;
 }
 
 void ExportSession::logIn() {
@@ -278,7 +294,9 @@ void ExportSession::lookAround() {
         watchdogs_.somethingHappened();
         reporter_.status(status);
     }
-    progressWatch_->look();
+    // The record is the host's to read while an export runs.
+    if (phase_ >= Phase::Beginning)
+        progressWatch_->look();
     panelChanged();
 }
 
@@ -289,15 +307,14 @@ void ExportSession::exportShouldBegin() {
     if (phase_ != Phase::Beginning || cancelOutcome_)
         return;
     enter(Phase::Images);
-    const QString folder = plugIn_->destinationPath();
-    plugIn_->exportManagerWillBeginExportToPath(folder);
-    beginJournal(folder);
+    plugIn_->exportManagerWillBeginExportToPath(answers_.destinationPath);
+    beginJournal(answers_.destinationPath);
     std::vector<ExportedImage> offered;
     offered.reserve(images_.size());
     for (const SessionImage& image : images_)
         offered.push_back(image.offered);
-    exportThread_ = std::make_unique<ExportThread>(plugIn_, std::move(offered), folder, self_,
-                                                   [watch = progressWatch_] { watch->look(); });
+    exportThread_ = std::make_unique<ExportThread>(plugIn_, std::move(offered), answers_.destinationPath,
+                                                   self_, [watch = progressWatch_] { watch->look(); });
 }
 
 void ExportSession::beginJournal(const QString& exportFolder) {

@@ -9,6 +9,7 @@
 #include "host/core/ExportJournal.h"
 #include "host/core/ExportManager.h"
 #include "host/core/ExportThread.h"
+#include "host/core/FixedAnswers.h"
 #include "host/core/PanelDriver.h"
 #include "host/core/ProgressWatch.h"
 
@@ -69,7 +70,7 @@ Q_SIGNALS:
     void ended(host::cli::Outcome outcome);
 
 private:
-    /// What is waited for.
+    /// What is waited for, in the order in which it comes.
     enum class Phase { Login, Lists, Beginning, Images, Folders, Upload, Finishing };
 
     ExportSession(const Options& options, SessionSetting setting, Reporter& reporter);
@@ -77,6 +78,7 @@ private:
 
     bool makePlugIn();
     bool openPanel();
+    bool activate();
     void logIn();
     void panelChanged();
     void listsLoaded();
@@ -125,6 +127,7 @@ private:
 
     std::unique_ptr<APIManager> apiManager_;
     std::shared_ptr<hostapi::ApertureExportPlugIn> plugIn_;
+    FixedAnswers answers_;
     std::unique_ptr<QWidget> window_;
     std::unique_ptr<PanelDriver> panel_;
     std::shared_ptr<ProgressWatch> progressWatch_;

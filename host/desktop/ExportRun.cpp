@@ -119,10 +119,6 @@ std::vector<RecordedImage> ExportRun::offeredImages() const {
 bool ExportRun::open(QWidget* window, QString& error) {
     if (!makePlugIn(error) || !findService(error))
         return false;
-    if (const auto wish = unmetWish()) {
-        error = *wish;
-        return false;
-    }
     QWidget* const view = plugIn_->settingsView();
     if (!view) {
         error = tr("The plug-in has no settings view.");
@@ -137,13 +133,27 @@ bool ExportRun::open(QWidget* window, QString& error) {
     connect(dialog_.get(), &QDialog::rejected, this, &ExportRun::cancel);
     // Queued: the plug-in is in the middle of changing the view.
     connect(panel_.get(), &PanelDriver::busyChanged, this, &ExportRun::presetChoices, Qt::QueuedConnection);
-    plugIn_->willBeActivated();
+    dialog_->open();
+    if (!activate(error))
+        return false;
     if (job_.journal && !panel_->isBusy() && panel_->accountName().isEmpty()) {
         auto* const field = dialog_->settingsView().findChild<QLineEdit*>(hostapi::panel::kUsernameField);
         field->setText(job_.journal->record().choices.account);
     }
-    dialog_->open();
     return true;
+}
+
+bool ExportRun::activate(QString& error) {
+    plugIn_->willBeActivated();
+    answers_ = askFixedQuestions(*plugIn_);
+    const auto wish = unmetWish(answers_);
+    if (!wish)
+        return true;
+    error = *wish;
+    // It may have begun to log in.
+    plugIn_->exportManagerShouldCancelExport();
+    plugIn_->willBeDeactivated();
+    return false;
 }
 
 bool ExportRun::makePlugIn(QString& error) {
@@ -186,15 +196,6 @@ bool ExportRun::findService(QString& error) {
     return true;
 }
 
-/// Of the plug-in's fixed questions those whose answer this application could not follow.
-std::optional<QString> ExportRun::unmetWish() const {
-    if (!plugIn_->allowsVersionExport())
-        return tr("The plug-in does not take photographs as they look, but only original files.");
-    if (plugIn_->wantsDestinationPathPrompt())
-        return tr("The plug-in wants a folder to be chosen, which this application does not offer.");
-    return std::nullopt;
-}
-
 QString ExportRun::heading() const {
     if (!job_.journal)
         return tr("%1 will be exported.").arg(photographs(job_.imageCount()));
@@ -231,13 +232,12 @@ void ExportRun::exportShouldBegin() {
     if (stage_ != Stage::Choosing || end_ || cancelEnd_)
         return;
     stage_ = Stage::Exporting;
-    const QString folder = plugIn_->destinationPath();
     // Hidden, not destroyed: the plug-in reads its controls.
     dialog_->hide();
     Q_EMIT begun();
     lookTimer_.start(kLookInterval);
-    if (beginJournal(panel_->choices(), folder))
-        beginImages(folder);
+    if (beginJournal(panel_->choices(), answers_.destinationPath))
+        beginImages(answers_.destinationPath);
     else
         cancelThroughPlugIn(End::Failed);
 }

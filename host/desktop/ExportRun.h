@@ -2,6 +2,7 @@
 
 #include "host/core/ExportManager.h"
 #include "host/core/ExportThread.h"
+#include "host/core/FixedAnswers.h"
 #include "host/core/PanelDriver.h"
 #include "host/core/ProgressWatch.h"
 #include "host/desktop/ExportDialog.h"
@@ -67,7 +68,7 @@ private:
     bool makePlugIn(QString& error);
     bool findService(QString& error);
     std::vector<RecordedImage> offeredImages() const;
-    std::optional<QString> unmetWish() const;
+    bool activate(QString& error);
     QString heading() const;
     void presetChoices();
     bool beginJournal(const ExportChoices& choices, const QString& folder);
@@ -105,6 +106,7 @@ private:
     QString service_; ///< To which the plug-in sends.
     std::shared_ptr<APIManager> apiManager_;
     std::shared_ptr<hostapi::ApertureExportPlugIn> plugIn_;
+    FixedAnswers answers_;
     std::unique_ptr<ExportDialog> dialog_;
     std::unique_ptr<PanelDriver> panel_;
     std::shared_ptr<ProgressWatch> progressWatch_;

@@ -74,30 +74,51 @@ TEST_F(ExportSessionRun, MakesTheCallsInTheirOrder) {
     QStringList log = plugIn_.log();
     log.removeFirst();
     const QString project = plugIn_.folderName();
-    EXPECT_EQ(log.join(QLatin1Char('\n')).toStdString(),
-              (QStringList{QStringLiteral("willBeActivated"),
-                           QStringLiteral("login ann/secret/0"),
-                           QStringLiteral("event Smith Wedding"),
-                           QStringLiteral("category Ceremony/0"),
-                           QStringLiteral("pricing "),
-                           QStringLiteral("resize 0//"),
-                           QStringLiteral("quality 1200"),
-                           QStringLiteral("colorspace 0"),
-                           QStringLiteral("willBeginExportToPath its own"),
-                           QStringLiteral("shouldExport 0"),
-                           QStringLiteral("willExport 0"),
-                           QStringLiteral("shouldWrite 0 a.tif 6 ") + project,
-                           QStringLiteral("didWrite 0 a.tif"),
-                           QStringLiteral("shouldExport 1"),
-                           QStringLiteral("willExport 1"),
-                           QStringLiteral("shouldWrite 1 a-2.png 6 ") + project,
-                           QStringLiteral("didWrite 1 a-2.png"),
-                           QStringLiteral("didFinishExport"),
-                           QStringLiteral("upload a.jpg"),
-                           QStringLiteral("upload a-2.jpg"),
-                           QStringLiteral("willBeDeactivated")}
-                   .join(QLatin1Char('\n'))
-                   .toStdString()));
+    const QStringList expected =
+        FakePlugInScript::callsToOpen() + QStringList{QStringLiteral("login ann/secret/0"),
+                                                      QStringLiteral("shouldBeginExport"),
+                                                      QStringLiteral("event Smith Wedding"),
+                                                      QStringLiteral("category Ceremony/0"),
+                                                      QStringLiteral("pricing "),
+                                                      QStringLiteral("resize 0//"),
+                                                      QStringLiteral("quality 1200"),
+                                                      QStringLiteral("colorspace 0"),
+                                                      QStringLiteral("willBeginExportToPath its own"),
+                                                      QStringLiteral("shouldExport 0"),
+                                                      QStringLiteral("willExport 0"),
+                                                      QStringLiteral("shouldWrite 0 a.tif 6 ") + project,
+                                                      QStringLiteral("didWrite 0 a.tif"),
+                                                      QStringLiteral("shouldExport 1"),
+                                                      QStringLiteral("willExport 1"),
+                                                      QStringLiteral("shouldWrite 1 a-2.png 6 ") + project,
+                                                      QStringLiteral("didWrite 1 a-2.png"),
+                                                      QStringLiteral("didFinishExport"),
+                                                      QStringLiteral("upload a.jpg"),
+                                                      QStringLiteral("upload a-2.jpg"),
+                                                      QStringLiteral("willBeDeactivated")};
+    EXPECT_EQ(log.join(QLatin1Char('\n')).toStdString(), expected.join(QLatin1Char('\n')).toStdString());
+}
+
+TEST_F(ExportSessionRun, RefusesAPlugInThatWantsWhatTheCommandHasNot) {
+    for (const char* const wish : {"masters-only", "wants-names", "wants-folder"}) {
+        outcome_.reset();
+        EXPECT_EQ(run(wish), Outcome::Failed) << wish;
+        EXPECT_EQ(plugIn_.log().mid(plugIn_.log().size() - 3),
+                  (QStringList{QStringLiteral("defaultDirectory"), QStringLiteral("shouldCancelExport"),
+                               QStringLiteral("willBeDeactivated")}))
+            << wish;
+    }
+}
+
+TEST_F(ExportSessionRun, ReadsTheRecordOnlyWhileItExports) {
+    plugIn_.tell("login-hangs");
+    start();
+    test_support::runLoopFor(300ms); // Some looks around.
+    session_->interrupt();
+    EXPECT_EQ(wait(), Outcome::Cancelled);
+    outcome_.reset();
+    EXPECT_EQ(run(""), Outcome::Finished);
+    EXPECT_FALSE(plugIn_.log().contains(QStringLiteral("progress without an export")));
 }
 
 TEST_F(ExportSessionRun, MakesEveryChoiceThatTheOptionsName) {

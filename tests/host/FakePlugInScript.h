@@ -40,6 +40,14 @@ public:
         return QFile::encodeName(file.fileName());
     }
 
+    /// What every host asks and tells while its export dialog is open, in this order.
+    static QStringList callsToOpen() {
+        return QStringLiteral("settingsView firstView lastView willBeActivated allowsOnlyPlugInPresets "
+                              "allowsMasterExport allowsVersionExport wantsFileNamingControls "
+                              "wantsDestinationPathPrompt destinationPath defaultDirectory")
+            .split(QLatin1Char(' '));
+    }
+
     QString folderName() const { return folder_.path().section(QLatin1Char('/'), -1); }
     QString path(const QString& name) const { return folder_.filePath(name); }
 

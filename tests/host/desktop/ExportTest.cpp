@@ -26,18 +26,21 @@ public:
 TEST_F(ExportWindow, MakesTheCallsInTheirOrder) {
     selectPictures(2);
     exportToTheSummary();
+    ASSERT_TRUE(waitUntil([this] { return plugIn_.log().contains(QStringLiteral("destroyed")); }));
     QStringList log = plugIn_.log();
     log.removeFirst(); // Where its temporary folder is.
     const QString size = QString::number(QFileInfo(folder_.filePath(QStringLiteral("0.png"))).size());
-    EXPECT_EQ(log.join(QLatin1Char('\n')).toStdString(),
-              QStringLiteral("willBeActivated\nlogin ann/secret/0\nevent Smith Wedding\ncategory Ceremony/0\n"
-                             "pricing \nresize 0//\nquality 1200\ncolorspace 0\n"
-                             "willBeginExportToPath its own\n"
-                             "shouldExport 0\nwillExport 0\nshouldWrite 0 0.png %1 Smith\ndidWrite 0 0.png\n"
-                             "shouldExport 1\nwillExport 1\nshouldWrite 1 1.png %1 Smith\ndidWrite 1 1.png\n"
-                             "didFinishExport\nupload 0.jpg\nupload 1.jpg\nwillBeDeactivated")
-                  .arg(size)
-                  .toStdString());
+    const QString exporting =
+        QStringLiteral("login ann/secret/0\nshouldBeginExport\nevent Smith Wedding\ncategory Ceremony/0\n"
+                       "pricing \nresize 0//\nquality 1200\ncolorspace 0\n"
+                       "willBeginExportToPath its own\n"
+                       "shouldExport 0\nwillExport 0\nshouldWrite 0 0.png %1 Smith\ndidWrite 0 0.png\n"
+                       "shouldExport 1\nwillExport 1\nshouldWrite 1 1.png %1 Smith\ndidWrite 1 1.png\n"
+                       "didFinishExport\nupload 0.jpg\nupload 1.jpg\nwillBeDeactivated\ndestroyed")
+            .arg(size);
+    EXPECT_EQ(
+        log.join(QLatin1Char('\n')).toStdString(),
+        (FakePlugInScript::callsToOpen() + QStringList(exporting)).join(QLatin1Char('\n')).toStdString());
 }
 
 TEST_F(ExportWindow, AFinishedExportIsSummedUpAndLeavesNothingToDo) {
@@ -384,7 +387,7 @@ TEST_F(ExportWindow, APlugInThatCannotBeMadeIsSaid) {
 
 TEST_F(ExportWindow, APlugInThatWantsWhatTheApplicationHasNotIsSaid) {
     selectPictures(1);
-    for (const char* const wish : {"masters-only", "wants-folder"}) {
+    for (const char* const wish : {"masters-only", "wants-names", "wants-folder"}) {
         messages_.texts.clear();
         plugIn_.tell(wish);
         action("Export to Quillmark")->trigger();
@@ -392,6 +395,10 @@ TEST_F(ExportWindow, APlugInThatWantsWhatTheApplicationHasNotIsSaid) {
         EXPECT_TRUE(messages_.texts.first().startsWith(QStringLiteral("The export plug-in cannot be used.")))
             << wish;
         EXPECT_FALSE(exportDialog()) << wish;
+        EXPECT_EQ(plugIn_.log().mid(plugIn_.log().size() - 4),
+                  (QStringList{QStringLiteral("defaultDirectory"), QStringLiteral("shouldCancelExport"),
+                               QStringLiteral("willBeDeactivated"), QStringLiteral("destroyed")}))
+            << wish;
     }
 }
 

@@ -5,6 +5,7 @@
 //   unmakable       can't be made
 //   masters-only    takes no rendered images
 //   wants-folder    wants its user to be asked for a folder
+//   wants-names     wants its user to name the files
 //   remembered      logs in by itself when it is activated, if its defaults hold a name
 //   login-fails, login-hangs, lists-fail, lists-hang
 //   no-own-box      the account allows no resize box
@@ -35,6 +36,7 @@
 #include <QtCore/QThread>
 #include <QtCore/QTimer>
 
+#include <atomic>
 #include <csignal>
 #include <mutex>
 
@@ -69,19 +71,30 @@ public:
         log(QStringLiteral("temporary ") + QDir::tempPath());
     }
 
-    bool allowsOnlyPlugInPresets() override { return true; }
-    bool allowsMasterExport() override { return false; }
-    bool allowsVersionExport() override { return !has("masters-only"); }
-    bool wantsFileNamingControls() override { return false; }
-    bool wantsDestinationPathPrompt() override { return has("wants-folder"); }
-    QString destinationPath() override { return folder_; }
-    std::optional<QString> defaultDirectory() override { return std::nullopt; }
-    QWidget* firstView() override { return nullptr; }
-    QWidget* lastView() override { return nullptr; }
+    ~PlugIn() override { log(QStringLiteral("destroyed")); }
+
+    bool allowsOnlyPlugInPresets() override { return answered("allowsOnlyPlugInPresets", true); }
+    bool allowsMasterExport() override { return answered("allowsMasterExport", false); }
+    bool allowsVersionExport() override { return answered("allowsVersionExport", !has("masters-only")); }
+    bool wantsFileNamingControls() override {
+        return answered("wantsFileNamingControls", has("wants-names"));
+    }
+    bool wantsDestinationPathPrompt() override {
+        return answered("wantsDestinationPathPrompt", has("wants-folder"));
+    }
+    QString destinationPath() override { return answered("destinationPath", folder_); }
+    std::optional<QString> defaultDirectory() override {
+        return answered("defaultDirectory", std::optional<QString>());
+    }
+    QWidget* firstView() override { return answered("firstView", panel_->usernameField); }
+    QWidget* lastView() override { return answered("lastView", panel_->qualitySlider); }
     void willBeDeactivated() override { log(QStringLiteral("willBeDeactivated")); }
-    void exportManagerExportTypeDidChange() override {}
+    void exportManagerExportTypeDidChange() override {
+        log(QStringLiteral("exportManagerExportTypeDidChange"));
+    }
 
     QWidget* settingsView() override {
+        log(QStringLiteral("settingsView"));
         if (!panel_) {
             panel_ = new Panel;
             connect(panel_->loginButton, &QPushButton::clicked, this, &PlugIn::logIn);
@@ -98,6 +111,8 @@ public:
     }
 
     void exportManagerShouldBeginExport() override {
+        log(QStringLiteral("shouldBeginExport"));
+        isExporting_ = true;
         logChoices();
         if (has("refuses")) {
             services_->alertPresenter()->beginSheet({hostapi::AlertStyle::Warning,
@@ -182,7 +197,11 @@ public:
             manager_->shouldCancelExport();
     }
 
-    hostapi::ExportProgress* progress() override { return &progress_; }
+    hostapi::ExportProgress* progress() override {
+        if (!isExporting_)
+            log(QStringLiteral("progress without an export"));
+        return &progress_;
+    }
     void lockProgress() override { progressMutex_.lock(); }
     void unlockProgress() override { progressMutex_.unlock(); }
 
@@ -210,6 +229,12 @@ private:
             services_->observer()->imageUploaded(prepared_[i]);
         }
         return true;
+    }
+
+    template <typename Answer>
+    static Answer answered(const char* question, Answer answer) {
+        log(QLatin1String(question));
+        return answer;
     }
 
     static void logImage(const char* call, std::uint32_t index, const QString& more = {}) {
@@ -282,6 +307,7 @@ private:
     QStringList prepared_;
     hostapi::ExportProgress progress_;
     std::mutex progressMutex_;
+    std::atomic<bool> isExporting_{false};
 };
 
 class Module final : public QObject, public hostapi::PlugInModule {
