@@ -3,10 +3,7 @@
 #include "host/cli/ImageFiles.h"
 #include "host/cli/Resumption.h"
 #include "host/core/AccountDefaults.h"
-#include "host/core/JournalFolder.h"
 #include "host/core/MemoryStores.h"
-#include "host/core/ObserverRelay.h"
-#include "host/core/PlugInLoader.h"
 #include "host/core/UniqueNames.h"
 #include "hostapi/SettingsPanel.h"
 #include "platform/Secret.h"
@@ -24,8 +21,6 @@ constexpr auto kLookInterval = 100ms;
 constexpr auto kImagesStandInterval = 10ms;
 /// How long a plug-in that has become quiet may take to answer a cancel.
 constexpr auto kPatienceWithTheQuiet = 2s;
-/// How long the end waits for an image in the making.
-constexpr auto kPatienceWithImages = 10s;
 
 const QString kUnusable = QStringLiteral("the plug-in can't be used: ");
 const QString kUnconfirmed =
@@ -41,26 +36,26 @@ QString inOneLine(const hostapi::Alert& alert) {
                : alert.message;
 }
 
-std::vector<SessionImage> namedImages(const Options& options) {
+std::vector<ExportedImage> namedImages(const Options& options) {
     std::vector<QString> names;
     names.reserve(options.images.size());
     for (const QByteArray& path : options.images)
         names.push_back(fileName(path));
     names = uniqueNames(names);
-    std::vector<SessionImage> images;
+    std::vector<ExportedImage> images;
     images.reserve(names.size());
     for (std::size_t i = 0; i < names.size(); ++i) {
         const QByteArray& path = options.images[i];
-        images.push_back({{path, names[i]}, options.project ? options.project : folderName(path)});
+        images.push_back({path, names[i], options.project ? options.project : folderName(path)});
     }
     return images;
 }
 
-std::vector<SessionImage> remainingImages(const ExportRecord& record) {
-    std::vector<SessionImage> images;
+std::vector<ExportedImage> remainingImages(const ExportRecord& record) {
+    std::vector<ExportedImage> images;
     for (const std::size_t index : record.remaining()) {
         const RecordedImage& image = record.images[index];
-        images.push_back({{image.source, image.name}, image.project});
+        images.push_back({image.source, image.name, image.project});
     }
     return images;
 }
@@ -114,8 +109,13 @@ ExportSession::~ExportSession() = default;
 
 void ExportSession::start() {
     enter(Phase::Login);
-    if (!makePlugIn() || !openPanel() || !activate())
+    if (!makePlugIn() || !openPanel())
         return;
+    QString error;
+    if (!plugIn_->activate(error)) {
+        conclude(Outcome::Failed, kUnusable + error);
+        return;
+    }
     lookTimer_.start(kLookInterval);
     // What is remembered has begun to log in by itself.
     if (panel_->isBusy())
@@ -127,7 +127,6 @@ void ExportSession::start() {
 bool ExportSession::makePlugIn() {
     Services services;
     services.alertPresenter = std::make_shared<AnsweringAlertPresenter>(self_);
-    services.observer = std::make_shared<ObserverRelay>(self_);
     if (options_.ephemeral) {
         services.credentialStore = std::make_shared<MemoryCredentialStore>();
         services.defaultsStore = std::make_shared<MemoryDefaultsStore>();
@@ -135,28 +134,19 @@ bool ExportSession::makePlugIn() {
         services.defaultsStore =
             std::make_shared<AccountDefaults>(options_.user, options_.passwordFile.has_value());
     }
-    std::vector<std::optional<QString>> projects;
-    for (const SessionImage& image : images_)
-        projects.push_back(image.project);
-    apiManager_ = std::make_unique<APIManager>(std::make_shared<ExportManager>(std::move(projects), self_),
-                                               std::move(services));
-    // Making the plug-in empties the folder that tells what an earlier process has come to.
-    if (setting_.journalFolder)
-        reconcileJournals(*setting_.journalFolder);
     QString error;
-    plugIn_ = loadPlugIn(setting_.bundlePath, *apiManager_, error);
-    if (!plugIn_) {
+    plugIn_ = HostedPlugIn::make(setting_.bundlePath, std::move(services), setting_.journalFolder, images_,
+                                 self_, error);
+    if (!plugIn_)
         conclude(Outcome::Failed, kUnusable + error);
-        return false;
-    }
-    progressWatch_ = std::make_shared<ProgressWatch>(plugIn_, [session = self_](const auto& progress) {
-        const auto alive = session.lock();
-        if (!alive || alive->outcome_)
-            return;
-        alive->watchdogs_.somethingHappened();
-        alive->reporter_.progress(progress);
-    });
-    return true;
+    return plugIn_ != nullptr;
+}
+
+void ExportSession::exportProgressed(const hostapi::ExportProgress& progress) {
+    if (outcome_)
+        return;
+    watchdogs_.somethingHappened();
+    reporter_.progress(progress);
 }
 
 bool ExportSession::openPanel() {
@@ -180,18 +170,6 @@ bool ExportSession::openPanel() {
     // Queued: the plug-in is in the middle of changing the view.
     connect(panel_.get(), &PanelDriver::busyChanged, this, &ExportSession::lookAround, Qt::QueuedConnection);
     return true;
-}
-
-bool ExportSession::activate() {
-    plugIn_->willBeActivated();
-    answers_ = askFixedQuestions(*plugIn_);
-    const auto wish = unmetWish(answers_);
-    if (!wish)
-        return true;
-    // It may have begun to log in.
-    plugIn_->exportManagerShouldCancelExport();
-    conclude(Outcome::Failed, kUnusable + *wish);
-    return false;
 }
 
 void ExportSession::logIn() {
@@ -247,7 +225,7 @@ void ExportSession::listsLoaded() {
         return;
     }
     enter(Phase::Beginning);
-    plugIn_->exportManagerShouldBeginExport();
+    plugIn_->requestExport();
 }
 
 void ExportSession::enter(Phase phase) {
@@ -294,9 +272,7 @@ void ExportSession::lookAround() {
         watchdogs_.somethingHappened();
         reporter_.status(status);
     }
-    // The record is the host's to read while an export runs.
-    if (phase_ >= Phase::Beginning)
-        progressWatch_->look();
+    plugIn_->lookAtProgress();
     panelChanged();
 }
 
@@ -307,31 +283,25 @@ void ExportSession::exportShouldBegin() {
     if (phase_ != Phase::Beginning || cancelOutcome_)
         return;
     enter(Phase::Images);
-    plugIn_->exportManagerWillBeginExportToPath(answers_.destinationPath);
-    beginJournal(answers_.destinationPath);
-    std::vector<ExportedImage> offered;
-    offered.reserve(images_.size());
-    for (const SessionImage& image : images_)
-        offered.push_back(image.offered);
-    exportThread_ = std::make_unique<ExportThread>(plugIn_, std::move(offered), answers_.destinationPath,
-                                                   self_, [watch = progressWatch_] { watch->look(); });
+    beginJournal();
+    plugIn_->beginImages();
 }
 
-void ExportSession::beginJournal(const QString& exportFolder) {
+void ExportSession::beginJournal() {
     QString error;
     if (setting_.resumed) {
         journal_ = setting_.resumed;
     } else if (setting_.journalFolder && setting_.service) {
         std::vector<RecordedImage> images;
-        for (const SessionImage& image : images_)
-            images.push_back({absolutePath(image.offered.path), image.offered.name, image.project});
+        for (const ExportedImage& image : images_)
+            images.push_back({absolutePath(image.path), image.name, image.project});
         journal_ = ExportJournal::create(*setting_.journalFolder, *setting_.service, panel_->choices(),
                                          std::move(images), error);
     } else if (setting_.journalFolder) {
         error = QStringLiteral("the plug-in does not tell which service it sends to");
     }
     if (journal_)
-        journal_->beginAttempt(panel_->choices(), journal_->record().remaining(), exportFolder);
+        journal_->beginAttempt(panel_->choices(), journal_->record().remaining(), plugIn_->exportFolder());
     else if (!error.isEmpty())
         reporter_.complaint(QStringLiteral("no journal can be kept, so that --resume won't know of this "
                                            "export: ") +
@@ -406,7 +376,7 @@ void ExportSession::imagesEnded(bool all) {
         return;
     }
     enter(Phase::Folders);
-    plugIn_->exportManagerDidFinishExport();
+    plugIn_->finishImages();
     lookAround();
 }
 
@@ -460,14 +430,14 @@ void ExportSession::leaveOut(std::uint32_t index, const QString& reason) {
     ++leftOutCount_;
     if (journal_)
         journal_->imageLeftOut(index, reason);
-    const ExportedImage& image = images_[index].offered;
+    const ExportedImage& image = images_[index];
     reporter_.image(index, fileName(image.path), preparedName(image.name), false);
     reporter_.complaint(QStringLiteral("%1 was left out: %2").arg(QString::fromUtf8(image.path), reason));
 }
 
 void ExportSession::tellPrepared(std::uint32_t index, const QString& path) {
     if (index < images_.size())
-        reporter_.image(index, fileName(images_[index].offered.path), QFileInfo(path).fileName(), true);
+        reporter_.image(index, fileName(images_[index].path), QFileInfo(path).fileName(), true);
 }
 
 // --- Ending ---
@@ -491,10 +461,8 @@ void ExportSession::cancel(Outcome outcome, std::chrono::milliseconds patience) 
     if (outcome_ || cancelOutcome_)
         return;
     cancelOutcome_ = outcome;
-    if (exportThread_)
-        exportThread_->stop();
     watchdogs_.cancelBegun(patience);
-    plugIn_->exportManagerShouldCancelExport();
+    plugIn_->cancel();
 }
 
 void ExportSession::conclude(Outcome outcome, const QString& complaint) {
@@ -507,19 +475,17 @@ void ExportSession::conclude(Outcome outcome, const QString& complaint) {
         trouble_ = outcome == Outcome::Cancelled ? kCancelled : complaint;
     watchdogs_.stop();
     lookTimer_.stop();
-    if (exportThread_)
-        exportThread_->stop();
-    concluded_ = std::chrono::steady_clock::now();
-    imagesStandTimer_.start(exportThread_ ? kImagesStandInterval : 0ms);
+    if (plugIn_)
+        plugIn_->end();
+    imagesStandTimer_.start(plugIn_ && plugIn_->isAtImages() ? kImagesStandInterval : 0ms);
 }
 
 void ExportSession::endOnceImagesStand() {
-    const bool imagesMove = exportThread_ && exportThread_->isRunning();
-    if (imagesMove && std::chrono::steady_clock::now() - concluded_ < kPatienceWithImages)
+    if (plugIn_ && plugIn_->isAtImages())
         return;
     imagesStandTimer_.stop();
     if (plugIn_)
-        plugIn_->willBeDeactivated();
+        plugIn_->deactivate();
     endJournal();
     Q_EMIT ended(*outcome_);
 }

@@ -5,13 +5,9 @@
 #include "host/cli/PasswordSource.h"
 #include "host/cli/Reporter.h"
 #include "host/cli/Watchdogs.h"
-#include "host/core/APIManager.h"
 #include "host/core/ExportJournal.h"
-#include "host/core/ExportManager.h"
-#include "host/core/ExportThread.h"
-#include "host/core/FixedAnswers.h"
+#include "host/core/HostedPlugIn.h"
 #include "host/core/PanelDriver.h"
-#include "host/core/ProgressWatch.h"
 
 #include <QtCore/QObject>
 #include <QtCore/QTimer>
@@ -39,19 +35,9 @@ struct SessionSetting {
     std::shared_ptr<ExportJournal> resumed{};
 };
 
-/// An image of the export, and the project that it belongs to.
-struct SessionImage {
-    ExportedImage offered;
-    std::optional<QString> project;
-};
-
 /// One run of the command, from the loading of the plug-in to its outcome: logs in, makes the choices, hands
 /// the images over and waits for the plug-in to finish. Main thread.
-class ExportSession final : public QObject,
-                            public ExportRequests,
-                            public AlertReader,
-                            public hostapi::ExportObserver,
-                            public ExportThreadClient {
+class ExportSession final : public QObject, public ExportClient, public AlertReader {
     Q_OBJECT
 
 public:
@@ -78,12 +64,11 @@ private:
 
     bool makePlugIn();
     bool openPanel();
-    bool activate();
     void logIn();
     void panelChanged();
     void listsLoaded();
     void enter(Phase phase);
-    void beginJournal(const QString& exportFolder);
+    void beginJournal();
     bool somethingCanBeFinished() const;
     void leaveOut(std::uint32_t index, const QString& reason);
     void tellPrepared(std::uint32_t index, const QString& path);
@@ -99,13 +84,10 @@ private:
     void endJournal();
     void endOnceImagesStand();
 
-    // ExportRequests
+    // ExportClient
     void exportShouldBegin() override;
     void exportShouldCancel() override;
     void exportShouldFinish() override;
-    // AlertReader
-    void alertShown(const hostapi::Alert& alert, AlertModality modality) override;
-    // ExportObserver
     void imagePrepared(std::uint32_t index, const QString& path) override;
     void imageLeftOut(std::uint32_t index) override;
     void imageUploaded(const QString& path) override;
@@ -113,10 +95,12 @@ private:
     void folderChainEnded(bool complete) override;
     void uploadEnded(bool complete) override;
     void finishingRequestUnanswered() override;
-    // ExportThreadClient
     void imageNotOffered(std::uint32_t index, const QString& reason) override;
     void imageWritten(std::uint32_t index, const QString& path) override;
     void imagesEnded(bool all) override;
+    void exportProgressed(const hostapi::ExportProgress& progress) override;
+    // AlertReader
+    void alertShown(const hostapi::Alert& alert, AlertModality modality) override;
 
     const Options options_;
     const SessionSetting setting_;
@@ -125,16 +109,12 @@ private:
     QTimer lookTimer_;
     QTimer imagesStandTimer_;
 
-    std::unique_ptr<APIManager> apiManager_;
-    std::shared_ptr<hostapi::ApertureExportPlugIn> plugIn_;
-    FixedAnswers answers_;
+    std::unique_ptr<HostedPlugIn> plugIn_;
     std::unique_ptr<QWidget> window_;
     std::unique_ptr<PanelDriver> panel_;
-    std::shared_ptr<ProgressWatch> progressWatch_;
-    std::unique_ptr<ExportThread> exportThread_;
     std::weak_ptr<ExportSession> self_;
 
-    std::vector<SessionImage> images_;
+    std::vector<ExportedImage> images_;
     std::shared_ptr<ExportJournal> journal_;
     QString trouble_; ///< What went wrong last, in words that say why images are not uploaded.
     std::size_t leftOutCount_ = 0;
@@ -142,7 +122,6 @@ private:
     QString status_;
     std::optional<Outcome> cancelOutcome_; ///< What a cancel that has begun ends with.
     std::optional<Outcome> outcome_;
-    std::chrono::steady_clock::time_point concluded_;
 };
 
 } // namespace host::cli

@@ -9,6 +9,7 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace host {
@@ -17,6 +18,7 @@ namespace host {
 struct ExportedImage {
     QByteArray path; ///< Of the file, as the system keeps it.
     QString name;    ///< Under which it is offered to the plug-in.
+    std::optional<QString> project;
 };
 
 /// Is told how the images go. Main thread.

@@ -20,8 +20,7 @@ constexpr double kShareOfScreen = 0.9;
 
 } // namespace
 
-ExportDialog::ExportDialog(QWidget& view, hostapi::ApertureExportPlugIn& plugIn, const QString& heading,
-                           QWidget* parent)
+ExportDialog::ExportDialog(QWidget& view, HostedPlugIn& plugIn, const QString& heading, QWidget* parent)
     : QDialog(parent)
     , view_(&view)
     , scrollArea_(new QScrollArea)
@@ -57,7 +56,7 @@ ExportDialog::ExportDialog(QWidget& view, hostapi::ApertureExportPlugIn& plugIn,
     growWithView();
 }
 
-void ExportDialog::linkKeyboardLoop(hostapi::ApertureExportPlugIn& plugIn) {
+void ExportDialog::linkKeyboardLoop(HostedPlugIn& plugIn) {
     QWidget* const first = plugIn.firstView();
     QWidget* const last = plugIn.lastView();
     if (last)

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "hostapi/ApertureExportPlugIn.h"
+#include "host/core/HostedPlugIn.h"
 
 #include <QtCore/QPointer>
 #include <QtWidgets/QDialog>
@@ -17,8 +17,7 @@ class ExportDialog final : public QDialog {
 
 public:
     /// Takes `view`, the settings view of `plugIn`.
-    ExportDialog(QWidget& view, hostapi::ApertureExportPlugIn& plugIn, const QString& heading,
-                 QWidget* parent);
+    ExportDialog(QWidget& view, HostedPlugIn& plugIn, const QString& heading, QWidget* parent);
 
     QWidget& settingsView() const { return *view_; }
     /// What the user must know beside the settings; none where it is empty.
@@ -31,7 +30,7 @@ protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
-    void linkKeyboardLoop(hostapi::ApertureExportPlugIn& plugIn);
+    void linkKeyboardLoop(HostedPlugIn& plugIn);
     void growWithView();
 
     QPointer<QWidget> view_;

@@ -1,15 +1,13 @@
 #include "host/desktop/ExportRun.h"
 
 #include "host/core/AccountDefaults.h"
-#include "host/core/JournalFolder.h"
-#include "host/core/ObserverRelay.h"
-#include "host/core/PlugInLoader.h"
 #include "host/core/Service.h"
 #include "host/core/UniqueNames.h"
 #include "host/desktop/Counting.h"
 #include "hostapi/SettingsPanel.h"
 
 #include <algorithm>
+#include <chrono>
 #include <numeric>
 #include <utility>
 
@@ -19,43 +17,23 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr auto kLookInterval = 100ms;
 constexpr auto kStandInterval = 10ms;
 /// How long a plug-in that has broken off may take to cancel by itself.
 constexpr auto kPatienceWithTheBroken = 1s;
 /// How long it may take to answer a cancel.
 constexpr auto kPatienceWithTheCancelled = 3s;
-/// How long the end waits for an image in the making.
-constexpr auto kPatienceWithImages = 10s;
 
 const QString kCannotDecode = QStringLiteral("It cannot be read as a picture.");
 const QString kCancelled = QStringLiteral("The export was cancelled before its turn came.");
 const QString kNothingPrepared = QStringLiteral("None of the photographs could be prepared.");
 const QString kBrokeOff = QStringLiteral("The export broke off.");
 
-/// Work of a plug-in may outlast its run, and wants its API manager as long.
-void keepFor(const std::weak_ptr<hostapi::ApertureExportPlugIn>& plugIn,
-             std::shared_ptr<APIManager> manager) {
-    static std::vector<std::pair<std::weak_ptr<hostapi::ApertureExportPlugIn>, std::shared_ptr<APIManager>>>
-        kept;
-    std::erase_if(kept, [](const auto& entry) { return entry.first.expired(); });
-    kept.emplace_back(plugIn, std::move(manager));
-}
-
 std::vector<ExportedImage> exportedImages(const std::vector<RecordedImage>& images) {
     std::vector<ExportedImage> exported;
     exported.reserve(images.size());
     for (const RecordedImage& image : images)
-        exported.push_back({image.source, image.name});
+        exported.push_back({image.source, image.name, image.project});
     return exported;
-}
-
-std::vector<std::optional<QString>> projectsOf(const std::vector<RecordedImage>& images) {
-    std::vector<std::optional<QString>> projects;
-    projects.reserve(images.size());
-    for (const RecordedImage& image : images)
-        projects.push_back(image.project);
-    return projects;
 }
 
 /// The names that keep images from overwriting each other.
@@ -83,7 +61,6 @@ ExportRun::ExportRun(ExportJob job, ExportSetting setting)
     // Those of an earlier export have theirs.
     giveUniqueNames(job_.images);
     cancelTimer_.setSingleShot(true);
-    connect(&lookTimer_, &QTimer::timeout, this, [this] { progressWatch_->look(); });
     connect(&cancelTimer_, &QTimer::timeout, this, [this] {
         if (cancelEnd_)
             conclude(*cancelEnd_);
@@ -91,11 +68,6 @@ ExportRun::ExportRun(ExportJob job, ExportSetting setting)
             cancelThroughPlugIn(End::Failed);
     });
     connect(&standTimer_, &QTimer::timeout, this, &ExportRun::endOnceAllStands);
-}
-
-ExportRun::~ExportRun() {
-    if (plugIn_)
-        keepFor(plugIn_, apiManager_);
 }
 
 std::optional<QString> ExportRun::journalFailure() const {
@@ -117,8 +89,20 @@ std::vector<RecordedImage> ExportRun::offeredImages() const {
 // --- The dialog ---
 
 bool ExportRun::open(QWidget* window, QString& error) {
-    if (!makePlugIn(error) || !findService(error))
+    if (!makePlugIn(error) || !findService(error) || !openDialog(window, error))
         return false;
+    if (!plugIn_->activate(error)) {
+        plugIn_->deactivate();
+        return false;
+    }
+    if (job_.journal && !panel_->isBusy() && panel_->accountName().isEmpty()) {
+        auto* const field = dialog_->settingsView().findChild<QLineEdit*>(hostapi::panel::kUsernameField);
+        field->setText(job_.journal->record().choices.account);
+    }
+    return true;
+}
+
+bool ExportRun::openDialog(QWidget* window, QString& error) {
     QWidget* const view = plugIn_->settingsView();
     if (!view) {
         error = tr("The plug-in has no settings view.");
@@ -128,59 +112,26 @@ bool ExportRun::open(QWidget* window, QString& error) {
     panel_ = PanelDriver::make(dialog_->settingsView(), error);
     if (!panel_)
         return false;
-    connect(dialog_.get(), &ExportDialog::exportRequested, this,
-            [this] { plugIn_->exportManagerShouldBeginExport(); });
+    connect(dialog_.get(), &ExportDialog::exportRequested, this, [this] { plugIn_->requestExport(); });
     connect(dialog_.get(), &QDialog::rejected, this, &ExportRun::cancel);
     // Queued: the plug-in is in the middle of changing the view.
     connect(panel_.get(), &PanelDriver::busyChanged, this, &ExportRun::presetChoices, Qt::QueuedConnection);
     dialog_->open();
-    if (!activate(error))
-        return false;
-    if (job_.journal && !panel_->isBusy() && panel_->accountName().isEmpty()) {
-        auto* const field = dialog_->settingsView().findChild<QLineEdit*>(hostapi::panel::kUsernameField);
-        field->setText(job_.journal->record().choices.account);
-    }
     return true;
 }
 
-bool ExportRun::activate(QString& error) {
-    plugIn_->willBeActivated();
-    answers_ = askFixedQuestions(*plugIn_);
-    const auto wish = unmetWish(answers_);
-    if (!wish)
-        return true;
-    error = *wish;
-    // It may have begun to log in.
-    plugIn_->exportManagerShouldCancelExport();
-    plugIn_->willBeDeactivated();
-    return false;
-}
-
 bool ExportRun::makePlugIn(QString& error) {
-    const std::vector<RecordedImage> images = offeredImages();
     Services services;
     services.alertPresenter = std::make_shared<ShowingAlertPresenter>(self_);
-    services.observer = std::make_shared<ObserverRelay>(self_);
     services.credentialStore = setting_.credentialStore;
     services.defaultsStore = setting_.defaultsStore;
     if (!services.defaultsStore && job_.journal)
         // Nobody else's remembered login gets into an export of this account.
         services.defaultsStore =
             std::make_shared<AccountDefaults>(job_.journal->record().choices.account, false);
-    apiManager_ = std::make_shared<APIManager>(std::make_shared<ExportManager>(projectsOf(images), self_),
-                                               std::move(services));
-
-    // Making a plug-in empties the folder in which an earlier process has left its traces.
-    reconcileJournals(setting_.journalFolder);
-    plugIn_ = loadPlugIn(setting_.bundlePath, *apiManager_, error);
-    if (!plugIn_)
-        return false;
-    progressWatch_ = std::make_shared<ProgressWatch>(plugIn_, [run = self_](const auto& progress) {
-        const auto alive = run.lock();
-        if (alive && !alive->end_)
-            Q_EMIT alive->progressed(progress);
-    });
-    return true;
+    plugIn_ = HostedPlugIn::make(setting_.bundlePath, std::move(services), setting_.journalFolder,
+                                 exportedImages(offeredImages()), self_, error);
+    return plugIn_ != nullptr;
 }
 
 bool ExportRun::findService(QString& error) {
@@ -235,19 +186,19 @@ void ExportRun::exportShouldBegin() {
     // Hidden, not destroyed: the plug-in reads its controls.
     dialog_->hide();
     Q_EMIT begun();
-    lookTimer_.start(kLookInterval);
-    if (beginJournal(panel_->choices(), answers_.destinationPath))
-        beginImages(answers_.destinationPath);
+    if (beginJournal())
+        plugIn_->beginImages();
     else
         cancelThroughPlugIn(End::Failed);
 }
 
-bool ExportRun::beginJournal(const ExportChoices& choices, const QString& folder) {
+bool ExportRun::beginJournal() {
+    const ExportChoices choices = panel_->choices();
     if (job_.journal && sameDestination(job_.journal->record().choices, choices)) {
         journal_ = std::move(job_.journal);
         const auto images =
             job_.confirmationOnly ? std::vector<std::size_t>() : journal_->record().remaining();
-        journal_->beginAttempt(choices, images, folder);
+        journal_->beginAttempt(choices, images, plugIn_->exportFolder());
         return true;
     }
     // What goes somewhere else is an export of its own.
@@ -262,17 +213,13 @@ bool ExportRun::beginJournal(const ExportChoices& choices, const QString& folder
     }
     std::vector<std::size_t> all(count);
     std::iota(all.begin(), all.end(), std::size_t{0});
-    journal_->beginAttempt(choices, all, folder);
+    journal_->beginAttempt(choices, all, plugIn_->exportFolder());
     return true;
 }
 
-void ExportRun::beginImages(const QString& folder) {
-    std::vector<RecordedImage> images;
-    for (const std::size_t index : journal_->record().attempt)
-        images.push_back(journal_->record().images[index]);
-    plugIn_->exportManagerWillBeginExportToPath(folder);
-    exportThread_ = std::make_unique<ExportThread>(plugIn_, exportedImages(images), folder, self_,
-                                                   [watch = progressWatch_] { watch->look(); });
+void ExportRun::exportProgressed(const hostapi::ExportProgress& progress) {
+    if (!end_)
+        Q_EMIT progressed(progress);
 }
 
 void ExportRun::imagePrepared(std::uint32_t index, const QString& path) {
@@ -304,8 +251,7 @@ void ExportRun::imagesEnded(bool all) {
         cancelThroughPlugIn(End::Failed);
         return;
     }
-    plugIn_->exportManagerDidFinishExport();
-    progressWatch_->look();
+    plugIn_->finishImages();
 }
 
 void ExportRun::imageUploaded(const QString& path) {
@@ -378,10 +324,8 @@ void ExportRun::cancelThroughPlugIn(End end) {
     if (end_ || cancelEnd_)
         return;
     cancelEnd_ = end;
-    if (exportThread_)
-        exportThread_->stop();
     cancelTimer_.start(kPatienceWithTheCancelled);
-    plugIn_->exportManagerShouldCancelExport();
+    plugIn_->cancel();
     // A login that is under way ends by itself: nobody has to wait for it.
     if (end == End::NotBegun)
         conclude(end);
@@ -392,22 +336,17 @@ void ExportRun::conclude(End end) {
         return;
     end_ = end;
     cancelTimer_.stop();
-    lookTimer_.stop();
-    if (exportThread_)
-        exportThread_->stop();
+    plugIn_->end();
     if (journal_)
         journal_->attemptEnded(end == End::Cancelled && reason_.isEmpty() ? kCancelled : reason_);
-    concluded_ = std::chrono::steady_clock::now();
     standTimer_.start(kStandInterval);
 }
 
 void ExportRun::endOnceAllStands() {
-    const bool imagesMove = exportThread_ && exportThread_->isRunning() &&
-                            std::chrono::steady_clock::now() - concluded_ < kPatienceWithImages;
-    if (imagesMove || openAlerts_ > 0)
+    if (plugIn_->isAtImages() || openAlerts_ > 0)
         return;
     standTimer_.stop();
-    plugIn_->willBeDeactivated();
+    plugIn_->deactivate();
     Q_EMIT ended(*end_);
 }
 

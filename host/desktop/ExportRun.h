@@ -1,10 +1,7 @@
 #pragma once
 
-#include "host/core/ExportManager.h"
-#include "host/core/ExportThread.h"
-#include "host/core/FixedAnswers.h"
+#include "host/core/HostedPlugIn.h"
 #include "host/core/PanelDriver.h"
-#include "host/core/ProgressWatch.h"
 #include "host/desktop/ExportDialog.h"
 #include "host/desktop/ExportJob.h"
 #include "host/desktop/ShowingAlertPresenter.h"
@@ -12,7 +9,6 @@
 #include <QtCore/QObject>
 #include <QtCore/QTimer>
 
-#include <chrono>
 #include <memory>
 #include <optional>
 
@@ -20,11 +16,7 @@ namespace host::desktop {
 
 /// One export, from its dialog to its end: makes the plug-in, drives it as a host does, and notes every
 /// outcome in the journal. Main thread.
-class ExportRun final : public QObject,
-                        public ExportRequests,
-                        public AlertWitness,
-                        public hostapi::ExportObserver,
-                        public ExportThreadClient {
+class ExportRun final : public QObject, public ExportClient, public AlertWitness {
     Q_OBJECT
 
 public:
@@ -37,7 +29,6 @@ public:
     };
 
     static std::shared_ptr<ExportRun> make(ExportJob job, const ExportSetting& setting);
-    ~ExportRun() override;
 
     /// Makes the plug-in and opens the dialog over `window`. False, with `error`, where that fails. Once.
     bool open(QWidget* window, QString& error);
@@ -66,27 +57,22 @@ private:
     ExportRun(ExportJob job, ExportSetting setting);
 
     bool makePlugIn(QString& error);
+    bool openDialog(QWidget* window, QString& error);
     bool findService(QString& error);
     std::vector<RecordedImage> offeredImages() const;
-    bool activate(QString& error);
     QString heading() const;
     void presetChoices();
-    bool beginJournal(const ExportChoices& choices, const QString& folder);
-    void beginImages(const QString& folder);
+    bool beginJournal();
 
     void breakOff(const QString& reason);
     void cancelThroughPlugIn(End end);
     void conclude(End end);
     void endOnceAllStands();
 
-    // ExportRequests
+    // ExportClient
     void exportShouldBegin() override;
     void exportShouldCancel() override;
     void exportShouldFinish() override;
-    // AlertWitness
-    void alertShown(const hostapi::Alert& alert) override;
-    void alertAnswered() override;
-    // ExportObserver
     void imagePrepared(std::uint32_t index, const QString& path) override;
     void imageLeftOut(std::uint32_t index) override;
     void imageUploaded(const QString& path) override;
@@ -94,26 +80,24 @@ private:
     void folderChainEnded(bool complete) override;
     void uploadEnded(bool complete) override;
     void finishingRequestUnanswered() override;
-    // ExportThreadClient
     void imageNotOffered(std::uint32_t index, const QString& reason) override;
     void imageWritten(std::uint32_t index, const QString& path) override;
     void imagesEnded(bool all) override;
+    void exportProgressed(const hostapi::ExportProgress& progress) override;
+    // AlertWitness
+    void alertShown(const hostapi::Alert& alert) override;
+    void alertAnswered() override;
 
     ExportJob job_;
     const ExportSetting setting_;
     std::weak_ptr<ExportRun> self_;
 
     QString service_; ///< To which the plug-in sends.
-    std::shared_ptr<APIManager> apiManager_;
-    std::shared_ptr<hostapi::ApertureExportPlugIn> plugIn_;
-    FixedAnswers answers_;
+    std::unique_ptr<HostedPlugIn> plugIn_;
     std::unique_ptr<ExportDialog> dialog_;
     std::unique_ptr<PanelDriver> panel_;
-    std::shared_ptr<ProgressWatch> progressWatch_;
-    std::unique_ptr<ExportThread> exportThread_;
     std::unique_ptr<ExportJournal> journal_;
 
-    QTimer lookTimer_;
     QTimer cancelTimer_; ///< The plug-in has broken off, and should cancel by itself; or it was told to.
     QTimer standTimer_;
     Stage stage_ = Stage::Choosing;
@@ -123,7 +107,6 @@ private:
     QString reason_;
     std::optional<End> cancelEnd_; ///< What a cancel that has begun ends with.
     std::optional<End> end_;
-    std::chrono::steady_clock::time_point concluded_;
 };
 
 } // namespace host::desktop
