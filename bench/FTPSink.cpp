@@ -9,7 +9,7 @@ using test_support::ServerSocket;
 namespace {
 
 constexpr std::size_t kLineRead = 4096;
-constexpr std::size_t kDataRead = 1024 * 1024;
+constexpr std::size_t kDataRead = std::size_t{1} << 20;
 
 /// Takes all bytes up to the end, and copies none of them (tcp(7), MSG_TRUNC).
 void discardAll(const ServerSocket& data) {

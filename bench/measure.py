@@ -7,6 +7,7 @@ import shlex
 import shutil
 import statistics
 import subprocess
+import sys
 import time
 from collections.abc import Callable
 from dataclasses import dataclass, field
@@ -73,6 +74,7 @@ def run_in_turn(title: str, tools: list[Tool], runs: int, folder: pathlib.Path, 
     `prepare` fills the folder of a run and `check` raises where the run has not done its job; neither is measured.
     `counter` tells how many commands a server has been sent so far.
     """
+    start = time.monotonic()
     taken = {tool.name: Taken() for tool in tools}
     for _ in range(runs):
         for tool in tools:
@@ -86,6 +88,7 @@ def run_in_turn(title: str, tools: list[Tool], runs: int, folder: pathlib.Path, 
                 taken[tool.name].commands.append(counter() - commands_before)
             check(place)
             shutil.rmtree(place)
+    print(f"{title}: {runs} runs in {time.monotonic() - start:.0f} s", file=sys.stderr, flush=True)
     return Series(title, taken, unit, count, of)
 
 
