@@ -167,8 +167,7 @@ private:
         const int seconds = text(kIdleTimeout).toInt(&isNumber);
         if (!isNumber || seconds < 1 || seconds > kLongestIdleTimeout)
             throw Fault{kIdleTimeout, QStringLiteral("\"%1\" is not a whole number of seconds from 1 to %2")
-                                          .arg(text(kIdleTimeout))
-                                          .arg(kLongestIdleTimeout)};
+                                          .arg(text(kIdleTimeout), QString::number(kLongestIdleTimeout))};
         return std::chrono::seconds(seconds);
     }
 

@@ -39,9 +39,9 @@ bool hold(const QByteArray& path) {
 
 /// Makes and holds a folder below `parent`; its path, empty where none can be made.
 QString holdFolderBelow(const QString& parent) {
-    const QString name = QStringLiteral("%1/quillmark-%2").arg(parent).arg(geteuid());
+    const QString name = QStringLiteral("%1/quillmark-%2").arg(parent, QString::number(geteuid()));
     for (int number = 1; number <= kNumberedFolders; ++number) {
-        const QString path = number == 1 ? name : QStringLiteral("%1-%2").arg(name).arg(number);
+        const QString path = number == 1 ? name : name + QLatin1Char('-') + QString::number(number);
         const QByteArray bytes = QFile::encodeName(path);
         mkdir(bytes.constData(), S_IRWXU);
         if (hold(bytes))

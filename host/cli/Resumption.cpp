@@ -120,11 +120,10 @@ QString description(const ExportRecord& record) {
         return QStringLiteral("Nothing is left of %1.").arg(what);
     if (left == 0)
         return QStringLiteral("Of %1 all is uploaded; the service is asked again to process it.").arg(what);
+    // All at once: a name may hold what looks like a further place.
     return QStringLiteral(
                "Going on with %1: of %2 images %3 are left and are sent now, under the same names.")
-        .arg(what)
-        .arg(record.images.size())
-        .arg(left);
+        .arg(what, QString::number(record.images.size()), QString::number(left));
 }
 
 QString leftOver(const ExportRecord& record) {

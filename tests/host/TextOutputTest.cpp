@@ -2,6 +2,7 @@
 #include "host/cli/JSONLine.h"
 #include "host/cli/Listing.h"
 #include "host/cli/PrintableText.h"
+#include "host/cli/Resumption.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QFile>
@@ -158,4 +159,14 @@ TEST(ImageFiles, MustBeFilesThatCanBeRead) {
     const QByteArray pipe = QFile::encodeName(folder.filePath(QStringLiteral("pipe")));
     ASSERT_EQ(mkfifo(pipe.constData(), 0600), 0);
     EXPECT_EQ(reasonAgainstReading(pipe), text("it is not a file"));
+}
+
+TEST(Resumption, DescribesAnEventOfAnyName) {
+    ExportRecord record;
+    record.begun = QDateTime::currentDateTimeUtc();
+    record.choices.eventName = text("100%2 Smith %3");
+    record.images.resize(4);
+    EXPECT_TRUE(description(record).startsWith(text("Going on with the export to \"100%2 Smith %3\" ()")))
+        << description(record).toStdString();
+    EXPECT_TRUE(description(record).contains(text(": of 4 images 4 are left ")));
 }

@@ -183,6 +183,8 @@ TEST_F(ServiceConfiguration, IdleTimeoutIsOneSecondToOneHour) {
     EXPECT_EQ(transport("idleTimeout=3600")->idleTimeout, seconds(3600));
     for (const char* timeout : {"0", "-1", "3601", "1.5", "60s", "1, 2", "99999999999", "0x10"})
         expectTransportFault(QByteArray("idleTimeout=") + timeout, QStringLiteral("idleTimeout"));
+    EXPECT_FALSE(transport("idleTimeout=%2"));
+    EXPECT_TRUE(error_.contains(QStringLiteral("\"%2\" is not a whole number"))) << error_.toStdString();
 }
 
 TEST_F(ServiceConfiguration, UnknownKeysAreNamed) {

@@ -98,6 +98,15 @@ TEST_F(TemporaryFolder, IsTheSameAtEachCall) {
     EXPECT_FALSE(QFile::exists(numbered(2)));
 }
 
+TEST_F(TemporaryFolder, ParentMayHaveAnyName) {
+    const QString odd = parent() + QStringLiteral("/100%2 %1");
+    ASSERT_TRUE(QDir().mkpath(odd));
+    const Process first(odd);
+    const Process second(odd);
+    EXPECT_TRUE(first.folder.startsWith(odd + QLatin1Char('/'))) << first.folder.toStdString();
+    EXPECT_EQ(second.folder, first.folder + QStringLiteral("-2"));
+}
+
 TEST_F(TemporaryFolder, EachProcessHasItsOwn) {
     const Process first(parent());
     const Process second(parent());
