@@ -16,7 +16,6 @@ using Durability = JournalFile::Durability;
 namespace {
 
 const QString kDied = QStringLiteral("The program ended before the image was uploaded.");
-constexpr QLatin1String kMarkerPrefix{"journal-of-"};
 /// Of the lines about an image, at most: prepared, its path, left out or uploaded. And of a few others.
 constexpr qint64 kGrowthPerImage = 512;
 constexpr qint64 kGrowthBesides = 4096;
@@ -95,6 +94,7 @@ void ExportJournal::note(const QByteArray& line, Durability durability) {
 void ExportJournal::beginAttempt(const ExportChoices& choices, std::vector<std::size_t> images,
                                  const QString& exportFolder) {
     note(journal_format::attemptBegan(choices, images, exportFolder, bootId()), Durability::Now);
+    lastSent_ = QDateTime::currentDateTime();
     QFile marker(markerPath());
     marker.open(QIODevice::WriteOnly | QIODevice::NewOnly);
 }
@@ -118,12 +118,29 @@ void ExportJournal::imageUploaded(const QString& path) {
     const auto image = std::find_if(record_.attempt.begin(), record_.attempt.end(), [&](std::size_t index) {
         return record_.images[index].preparedPath == path;
     });
-    if (image != record_.attempt.end())
-        note(journal_format::imageUploaded(*image), Durability::Soon);
+    if (image == record_.attempt.end())
+        return;
+    note(journal_format::imageUploaded(*image), Durability::Soon);
+    lastSent_ = QDateTime::currentDateTime();
 }
 
 void ExportJournal::processingConfirmed() {
     note(journal_format::processingConfirmed(), Durability::Now);
+    const QString folder = QFileInfo(path()).path();
+    confirmEarlierExports(folder);
+    removeSupersededJournals(folder, record_);
+}
+
+void ExportJournal::confirmEarlierExports(const QString& folder) const {
+    for (const FoundJournal& found : journalsIn(folder)) {
+        // What was sent while this export waited for its answer, the answer may not cover.
+        if (found.isHeld || !found.record || !found.record->lacksConfirmation() ||
+            !sameEvent(*found.record, record_) || QFileInfo(found.path).lastModified() > lastSent_)
+            continue;
+        QString ignored;
+        if (const auto earlier = open(found.path, ignored))
+            earlier->note(journal_format::processingConfirmed(), Durability::Now);
+    }
 }
 
 void ExportJournal::attemptEnded(const QString& reason) {
@@ -133,24 +150,28 @@ void ExportJournal::attemptEnded(const QString& reason) {
 
 // --- What a process that died has left ---
 
-/// A file beside the prepared ones that stays as long as nobody but the plug-in's upload takes files away:
-/// making a plug-in object empties the folder of it too, and after a start of the system nothing is certain.
+/// Making a plug-in object empties the folder of the marker too, and after a start of the system nothing is
+/// certain.
 QString ExportJournal::markerPath() const {
-    return QStringLiteral("%1/%2%3-%4")
-        .arg(record_.attemptFolder, QString(kMarkerPrefix), QFileInfo(file_->path()).completeBaseName(),
-             QString::fromUtf8(record_.attemptBoot));
+    return folderMarkerPath(path(), record_);
 }
 
 void ExportJournal::settleInterruptedAttempt() {
     if (record_.attemptEnded)
         return;
-    const bool folderIsUntouched =
-        !record_.attemptBoot.isEmpty() && record_.attemptBoot == bootId() && QFileInfo::exists(markerPath());
+    std::vector<std::size_t> gone;
     for (const std::size_t index : record_.attempt) {
         const RecordedImage& image = record_.images[index];
+        if (image.outcome == ImageOutcome::NotUploaded && !image.preparedPath.isEmpty() &&
+            !QFileInfo::exists(image.preparedPath))
+            gone.push_back(index);
+    }
+    // Looked at after the files: whoever empties the folder removes the marker first.
+    const bool folderIsUntouched =
+        !record_.attemptBoot.isEmpty() && record_.attemptBoot == bootId() && QFileInfo::exists(markerPath());
+    if (folderIsUntouched) {
         // The plug-in deletes a file when the server has confirmed it, and tells so afterwards.
-        if (folderIsUntouched && image.outcome == ImageOutcome::NotUploaded &&
-            !image.preparedPath.isEmpty() && !QFileInfo::exists(image.preparedPath))
+        for (const std::size_t index : gone)
             note(journal_format::imageUploaded(index), Durability::Soon);
     }
     attemptEnded(kDied);

@@ -3,6 +3,7 @@
 #include "host/core/ExportRecord.h"
 #include "host/core/JournalFile.h"
 
+#include <QtCore/QDateTime>
 #include <QtCore/QString>
 
 #include <cstdint>
@@ -47,7 +48,8 @@ public:
     void imageLeftOut(std::uint32_t index, const QString& reason);
     void imageUploaded(const QString& path);
 
-    /// The plug-in has told its host to finish: the service has answered the finishing request.
+    /// The plug-in has told its host to finish: the service has answered the finishing request. It holds for
+    /// what earlier exports have uploaded to the event too, and their journals in the folder learn of it.
     void processingConfirmed();
     /// The try is over. `reason`: why those of its images that are not uploaded are not; empty where there is
     /// none.
@@ -63,11 +65,13 @@ private:
     ExportJournal(std::unique_ptr<JournalFile> file, ExportRecord record);
     void note(const QByteArray& line, JournalFile::Durability durability);
     void settleInterruptedAttempt();
+    void confirmEarlierExports(const QString& folder) const;
     QString markerPath() const;
     std::optional<std::size_t> imageOfAttempt(std::uint32_t index) const;
 
     std::unique_ptr<JournalFile> file_;
     ExportRecord record_;
+    QDateTime lastSent_; ///< When the last image of the try was uploaded, or else the try began.
 };
 
 } // namespace host

@@ -26,4 +26,9 @@ bool ExportRecord::isSettled() const {
     return count(ImageOutcome::Uploaded) == images.size() && !lacksConfirmation();
 }
 
+bool sameEvent(const ExportRecord& one, const ExportRecord& other) {
+    return one.service == other.service && one.choices.account == other.choices.account &&
+           one.choices.eventId == other.choices.eventId;
+}
+
 } // namespace host

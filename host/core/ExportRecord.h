@@ -55,4 +55,8 @@ struct ExportRecord {
     bool isSettled() const;
 };
 
+/// Whether both go to the same event of the same account and service: one finishing request has it process
+/// the uploaded images of both.
+bool sameEvent(const ExportRecord& one, const ExportRecord& other);
+
 } // namespace host

@@ -21,6 +21,7 @@ constexpr char kStateHomeVariable[] = "XDG_STATE_HOME";
 const QString kStateHomeInHome = QStringLiteral("/.local/state");
 const QString kFolderInStateHome = QStringLiteral("/Quillmark/exports");
 const QString kSuffix = QStringLiteral(".journal");
+const QString kMarkerPrefix = QStringLiteral("journal-of-");
 /// A file that nobody has finished making for so long is nobody's any more.
 constexpr std::chrono::hours kUnfinishedFor{24};
 /// How long the journal of an export that needs no more is kept, where no other export to its event comes.
@@ -33,12 +34,13 @@ QString imageKey(const RecordedImage& image) {
 }
 
 bool isNeededBeside(const ExportRecord& newest, const ExportRecord& older) {
-    const bool isOfSameEvent = older.service == newest.service &&
-                               older.choices.account == newest.choices.account &&
-                               older.choices.eventId == newest.choices.eventId;
+    if (older.begun > newest.begun)
+        return true;
     if (older.isSettled())
-        return !isOfSameEvent && older.begun.daysTo(newest.begun) <= kSettledKeptDays;
-    if (older.service != newest.service || !sameDestination(newest.choices, older.choices))
+        return !sameEvent(older, newest) && older.begun.daysTo(newest.begun) <= kSettledKeptDays;
+    // Whether the new one will bring its confirmation, nobody knows yet.
+    if (older.lacksConfirmation() || older.service != newest.service ||
+        !sameDestination(newest.choices, older.choices))
         return true;
     QSet<QString> again;
     for (const RecordedImage& image : newest.images)
@@ -100,11 +102,21 @@ std::vector<FoundJournal> journalsIn(const QString& folder) {
     return found;
 }
 
+QString folderMarkerPath(const QString& journalPath, const ExportRecord& record) {
+    return QStringLiteral("%1/%2%3-%4")
+        .arg(record.attemptFolder, kMarkerPrefix, QFileInfo(journalPath).completeBaseName(),
+             QString::fromUtf8(record.attemptBoot));
+}
+
 void reconcileJournals(const QString& folder) {
     for (const FoundJournal& journal : journalsIn(folder)) {
+        if (!journal.record || journal.record->attemptEnded)
+            continue;
         QString ignored;
-        if (!journal.isHeld && journal.record && !journal.record->attemptEnded)
-            ExportJournal::open(journal.path, ignored); // Which does it.
+        // Opening it does it. Where its holder may be about to do so, or may die before it has, the folder
+        // must not look untouched any more once the first file is gone from it.
+        if (journal.isHeld || !ExportJournal::open(journal.path, ignored))
+            QFile::remove(folderMarkerPath(journal.path, *journal.record));
     }
 }
 

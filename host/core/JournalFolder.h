@@ -23,9 +23,13 @@ QString userJournalFolder();
 /// The journals in `folder`, the newest export first. Any thread.
 std::vector<FoundJournal> journalsIn(const QString& folder);
 
+/// The file beside the prepared ones of a journal's last try that stays as long as nobody but the plug-in's
+/// upload takes files away from there.
+QString folderMarkerPath(const QString& journalPath, const ExportRecord& record);
+
 /// Notes down, for every journal in `folder` that nobody holds, what the plug-in's export folders tell about
-/// it, whatever service it belongs to: making a plug-in object empties such a folder, so call it before. Any
-/// thread.
+/// it, whatever service it belongs to. Making a plug-in object empties such a folder, so call it before:
+/// whoever holds one of the others will conclude nothing from its folder any more. Any thread.
 void reconcileJournals(const QString& folder);
 
 /// Makes the folder, for its user alone, where it is missing.
@@ -34,9 +38,9 @@ bool makeJournalFolder(const QString& folder, QString& error);
 /// A new journal's path in `folder`.
 QString newJournalPath(const QString& folder, const QDateTime& begun);
 
-/// Removes the journals that nobody holds and that nobody needs beside `newest`, which is on the disk:
-/// settled ones of the same service, account and event, or older than a month, and those all of whose
-/// remaining images are also images of `newest`, on their way to the same place.
+/// Of the journals that nobody holds, removes those begun before `newest`, which is on the disk, that nobody
+/// needs beside it: settled ones of the same event, or older than a month, and those without an unconfirmed
+/// image all of whose remaining images are also images of `newest`, on their way to the same place.
 void removeSupersededJournals(const QString& folder, const ExportRecord& newest);
 
 } // namespace host

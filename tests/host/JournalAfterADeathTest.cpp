@@ -67,6 +67,46 @@ TEST_F(Journal, ReconcilesAllThatNobodyHolds) {
     }
 }
 
+TEST_F(Journal, ConcludesNothingOnceAnotherProcessIsAboutToEmptyTheFolder) {
+    auto journal = begin();
+    prepare(*journal, 0);
+    reconcileJournals(folder());
+    QFile::remove(preparedPath(0)); // The first of all that go.
+    const QString path = journal->path();
+    journal.reset();
+    EXPECT_EQ(reopen(path)->record().count(kUploaded), 0U);
+}
+
+TEST_F(Journal, ConcludesNothingFromAFolderThatAnotherProcessIsEmptying) {
+    constexpr int kImages = 300;
+    for (int run = 0; run < 15; ++run) {
+        QDir(folder()).removeRecursively();
+        auto journal = begin(kImages);
+        for (int image = 0; image < kImages; ++image)
+            prepare(*journal, image);
+        const QString path = journal->path();
+        journal.reset();
+        std::array<int, 2> ends{};
+        ASSERT_EQ(pipe(ends.data()), 0);
+        const pid_t emptying = fork();
+        if (emptying == 0) {
+            char go = 0;
+            close(ends[1]);
+            EXPECT_EQ(::read(ends[0], &go, 1), 0);
+            reconcileJournals(folder());
+            for (const QString& name :
+                 QDir(exportFolder()).entryList(QDir::Files | QDir::Hidden, QDir::Unsorted))
+                QFile::remove(exportFolder() + name);
+            _exit(0);
+        }
+        close(ends[0]);
+        close(ends[1]); // Both begin at once.
+        ExportJournal::open(path, error_);
+        waitpid(emptying, nullptr, 0);
+        EXPECT_EQ(reopen(path)->record().count(kUploaded), 0U);
+    }
+}
+
 // --- A process killed at any point ---
 
 namespace {

@@ -71,6 +71,7 @@ TEST_F(Journal, GoesWhereANewExportHasAllThatRemains) {
     auto journal = begin(3);
     prepare(*journal, 0);
     upload(*journal, 0);
+    journal->processingConfirmed();
     const QString old = journal->path();
     journal.reset();
 
@@ -86,6 +87,68 @@ TEST_F(Journal, GoesWhereANewExportHasAllThatRemains) {
     images.erase(images.begin());
     create(images);
     EXPECT_FALSE(QFileInfo::exists(old));
+}
+
+TEST_F(Journal, OfAnUnconfirmedExportStaysUntilALaterOneToTheEventIsConfirmed) {
+    auto unconfirmed = begin(2);
+    for (const int image : {0, 1}) {
+        prepare(*unconfirmed, image);
+        upload(*unconfirmed, image);
+    }
+    unconfirmed->attemptEnded({});
+    const QString path = unconfirmed->path();
+    unconfirmed.reset();
+    const auto exportLater = [this](const ExportChoices& choices) {
+        auto later = create(someImages(2), choices);
+        later->beginAttempt(choices, {0, 1}, exportFolder());
+        return later;
+    };
+    exportLater(someChoices())->attemptEnded(QStringLiteral("It failed."));
+    ASSERT_TRUE(QFileInfo::exists(path)) << "the service was not asked";
+    ExportChoices elsewhere = someChoices();
+    elsewhere.eventId = QStringLiteral("78");
+    exportLater(elsewhere)->processingConfirmed();
+    ASSERT_TRUE(QFileInfo::exists(path)) << "the service was asked for another event";
+    ExportChoices otherCategory = someChoices();
+    otherCategory.category = QStringLiteral("Party");
+    auto confirmed = exportLater(otherCategory);
+    ASSERT_TRUE(QFileInfo::exists(path)) << "whether the service answers is not known";
+    confirmed->processingConfirmed();
+    EXPECT_FALSE(QFileInfo::exists(path)) << "nothing is left to do";
+}
+
+TEST_F(Journal, OfAnUnconfirmedExportWithSomethingLeftLearnsOfALaterConfirmation) {
+    auto unconfirmed = begin(2);
+    prepare(*unconfirmed, 0);
+    upload(*unconfirmed, 0);
+    unconfirmed->attemptEnded(QStringLiteral("It failed."));
+    const QString path = unconfirmed->path();
+    unconfirmed.reset();
+    ExportChoices otherCategory = someChoices();
+    otherCategory.category = QStringLiteral("Party");
+    auto later = create(someImages(2), otherCategory);
+    later->beginAttempt(otherCategory, {0, 1}, exportFolder());
+    later->processingConfirmed();
+    const auto journal = reopen(path);
+    EXPECT_TRUE(journal->record().processingConfirmed);
+    EXPECT_EQ(outcomes(journal->record()), (std::vector{kUploaded, kNotUploaded}));
+}
+
+TEST_F(Journal, OfImagesSentAfterALaterExportsLastOneDoesNotTakeItsConfirmation) {
+    auto later = create(someImages(1), [] {
+        ExportChoices choices = someChoices();
+        choices.category = QStringLiteral("Party");
+        return choices;
+    }());
+    later->beginAttempt(later->record().choices, {0}, exportFolder());
+    QThread::msleep(20); // More than the file system's clock is late.
+    auto meanwhile = begin(1);
+    prepare(*meanwhile, 0);
+    upload(*meanwhile, 0);
+    const QString path = meanwhile->path();
+    meanwhile.reset();
+    later->processingConfirmed();
+    EXPECT_TRUE(reopen(path)->record().lacksConfirmation());
 }
 
 TEST_F(Journal, OfAnotherServiceStays) {
