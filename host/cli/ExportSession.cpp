@@ -28,6 +28,8 @@ const QString kUnconfirmed =
 
 const QString kAnotherDestination =
     QStringLiteral("what is left belongs to another account, event or category than can be chosen now");
+const QString kNoThread =
+    QStringLiteral("the system has no thread left in which the images could be prepared");
 const QString kCancelled = QStringLiteral("The export was cancelled.");
 
 QString inOneLine(const hostapi::Alert& alert) {
@@ -367,8 +369,15 @@ void ExportSession::imageNotOffered(std::uint32_t index, const QString& reason) 
 }
 
 void ExportSession::imagesEnded(bool all) {
-    if (!listens() || !all || cancelOutcome_)
+    if (!listens() || cancelOutcome_)
         return;
+    if (!all) {
+        // Nobody has stopped it: it could not begin.
+        trouble_ = kNoThread;
+        reporter_.complaint(kNoThread);
+        cancel(Outcome::Failed, watchdogs_.quietLimit());
+        return;
+    }
     if (!somethingCanBeFinished()) {
         // Finishing would have the service process an event to which nothing was sent.
         reporter_.complaint(QStringLiteral("no image could be prepared"));

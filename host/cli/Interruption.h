@@ -9,16 +9,18 @@ namespace host::cli {
 /// To be made once, before any other thread is started; it lasts as long as the process.
 class Interruption {
 public:
-    /// `atSecond` is called at the second signal, on a thread of its own: the main thread may be stuck.
+    /// `atSecond` is called at the second signal, on a thread of its own: the main thread may be stuck. Where
+    /// the system has no thread left, a second signal does nothing.
     explicit Interruption(std::function<void()> atSecond);
     Interruption(const Interruption&) = delete;
     Interruption& operator=(const Interruption&) = delete;
 
     /// A file descriptor that is readable from the first signal on.
-    int descriptor() const { return readEnd_; }
+    int descriptor() const { return descriptor_; }
 
 private:
-    int readEnd_ = -1;
+    bool startThread(std::function<void()> atSecond);
+    int descriptor_ = -1;
 };
 
 } // namespace host::cli

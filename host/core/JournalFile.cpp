@@ -12,6 +12,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <system_error>
 
 namespace host {
 
@@ -170,8 +171,13 @@ std::unique_ptr<JournalFile> JournalFile::open(const QString& path, QByteArray& 
 JournalFile::JournalFile(QString path, int descriptor, qint64 length)
     : path_(std::move(path))
     , descriptor_(descriptor)
-    , length_(length)
-    , forcing_([this] { forceInBackground(); }) {}
+    , length_(length) {
+    try {
+        forcing_ = std::thread([this] { forceInBackground(); });
+    } catch (const std::system_error&) {
+        // Lines are forced as they come, then.
+    }
+}
 
 JournalFile::~JournalFile() {
     {
@@ -179,7 +185,8 @@ JournalFile::~JournalFile() {
         ends_ = true;
     }
     wanted_.notify_one();
-    forcing_.join();
+    if (forcing_.joinable())
+        forcing_.join();
     close(descriptor_);
 }
 
@@ -193,7 +200,7 @@ void JournalFile::append(const QByteArray& line, Durability durability) {
     }
     length_ += unwritten_.size();
     unwritten_.clear();
-    if (durability == Durability::Now) {
+    if (durability == Durability::Now || (durability == Durability::Soon && !forcing_.joinable())) {
         force();
     } else if (durability == Durability::Soon) {
         {

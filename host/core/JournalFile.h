@@ -17,12 +17,12 @@ inline constexpr QLatin1String kUnfinishedFilePrefix{".new-"};
 /// A file of lines that only grows, held by a file lock as long as this object lives.
 ///
 /// Forcing it to the disk may take a tenth of a second and more, so most lines are forced by a thread of its
-/// own. One thread at a time.
+/// own; where the system has none left, by the calling one. One thread at a time.
 class JournalFile {
 public:
     enum class Durability {
         Eventually, ///< Survives the process, not a power cut.
-        Soon,       ///< Forced to the disk by the thread.
+        Soon,       ///< Forced to the disk by the thread, where there is one.
         Now,        ///< Forced to the disk before the call returns.
     };
 
@@ -63,7 +63,7 @@ private:
     bool forceIsWanted_ = false;
     bool ends_ = false;
     std::optional<QString> failure_;
-    std::thread forcing_;
+    std::thread forcing_; ///< Not running where the system had none left.
 };
 
 /// Reads a journal's file without holding it; `isHeld` where somebody else does. Without a value, and with

@@ -1,8 +1,8 @@
 #include "host/desktop/CaptureTimeReader.h"
 
+#include "host/desktop/BackgroundTask.h"
 #include "host/desktop/PictureReader.h"
 #include "platform/RunLoop.h"
-#include "platform/Thread.h"
 
 namespace host::desktop {
 
@@ -15,7 +15,7 @@ void CaptureTimeReader::read(std::vector<QByteArray> paths) {
     if (stopped_)
         *stopped_ = true;
     stopped_ = std::make_shared<std::atomic<bool>>(false);
-    platform::Thread::start("capture-times", [this, paths = std::move(paths), stopped = stopped_] {
+    runInBackground("capture-times", [this, paths = std::move(paths), stopped = stopped_] {
         const auto times = std::make_shared<Times>();
         times->reserve(paths.size());
         for (const QByteArray& path : paths) {

@@ -26,6 +26,8 @@ constexpr auto kPatienceWithTheCancelled = 3s;
 const QString kCannotDecode = QStringLiteral("It cannot be read as a picture.");
 const QString kCancelled = QStringLiteral("The export was cancelled before its turn came.");
 const QString kNothingPrepared = QStringLiteral("None of the photographs could be prepared.");
+const QString kNoThread =
+    QStringLiteral("The system has no thread left in which the photographs could be prepared.");
 const QString kBrokeOff = QStringLiteral("The export broke off.");
 
 std::vector<ExportedImage> exportedImages(const std::vector<RecordedImage>& images) {
@@ -201,6 +203,12 @@ bool ExportRun::beginJournal() {
         journal_->beginAttempt(choices, images, plugIn_->exportFolder());
         return true;
     }
+    if (job_.confirmationOnly) {
+        // Nothing was sent there that could be processed.
+        reason_ =
+            tr("The confirmation can only be asked for with the account, event and category of the export.");
+        return false;
+    }
     // What goes somewhere else is an export of its own.
     auto images = offeredImages();
     const std::size_t count = images.size();
@@ -243,8 +251,14 @@ void ExportRun::imageNotOffered(std::uint32_t index, const QString& reason) {
 }
 
 void ExportRun::imagesEnded(bool all) {
-    if (!all || end_ || cancelEnd_)
+    if (end_ || cancelEnd_)
         return;
+    if (!all) {
+        // Nobody has stopped it: it could not begin.
+        reason_ = kNoThread;
+        cancelThroughPlugIn(End::Failed);
+        return;
+    }
     if (!hasPreparedOne_ && !journal_->record().attempt.empty()) {
         // Finishing would have the service process an event to which nothing was sent.
         reason_ = kNothingPrepared;

@@ -1,9 +1,9 @@
 #include "host/desktop/MainWindow.h"
 
+#include "host/desktop/BackgroundTask.h"
 #include "host/desktop/Counting.h"
 #include "host/desktop/PhotographFiles.h"
 #include "platform/RunLoop.h"
-#include "platform/Thread.h"
 
 #include <QtCore/QPointer>
 #include <QtGui/QActionGroup>
@@ -220,7 +220,7 @@ void MainWindow::listUnfinished() {
 }
 
 void MainWindow::findUnfinished() {
-    platform::Thread::start("find-journals", [window = QPointer(this), setting = exporter_.setting()] {
+    runInBackground("find-journals", [window = QPointer(this), setting = exporter_.setting()] {
         platform::RunLoop::main()->post([window, journals = unfinishedJournals(setting)] {
             if (window && !journals.empty())
                 window->tellUnfinished(journals);

@@ -1,7 +1,7 @@
 #include "host/desktop/PhotographFiles.h"
 
+#include "host/desktop/BackgroundTask.h"
 #include "platform/RunLoop.h"
-#include "platform/Thread.h"
 
 #include <QtCore/QCollator>
 #include <QtCore/QLocale>
@@ -91,7 +91,7 @@ FoundPhotographs findPhotographs(const std::vector<QByteArray>& paths) {
 }
 
 void findPhotographsInBackground(std::vector<QByteArray> paths, std::function<void(FoundPhotographs)> found) {
-    platform::Thread::start("find-photos", [paths = std::move(paths), found = std::move(found)] {
+    runInBackground("find-photos", [paths = std::move(paths), found = std::move(found)] {
         const auto result = std::make_shared<FoundPhotographs>(findPhotographs(paths));
         platform::RunLoop::main()->post([result, found] { found(std::move(*result)); });
     });

@@ -9,15 +9,20 @@
 #include <deque>
 #include <functional>
 #include <mutex>
+#include <system_error>
 #include <thread>
 
 namespace host::desktop {
+
+using namespace std::chrono_literals;
 
 namespace {
 
 /// Decoding must not take the processor from what the user sees moving, nor from an export.
 constexpr int kNiceness = 10;
 constexpr qsizetype kBytesPerPixel = 4;
+/// Until a thread is asked for again where the system had none.
+constexpr auto kStartInterval = 1s;
 
 } // namespace
 
@@ -27,10 +32,8 @@ public:
     using Done = std::function<void(const QByteArray& path, int side, const QImage& image)>;
 
     Workers(int count, Done done)
-        : done_(std::move(done)) {
-        for (int i = 0; i < count; ++i)
-            threads_.emplace_back([this] { run(); });
-    }
+        : count_(static_cast<std::size_t>(count))
+        , done_(std::move(done)) {}
 
     ~Workers() {
         {
@@ -40,6 +43,16 @@ public:
         changed_.notify_all();
         for (std::thread& thread : threads_)
             thread.join();
+    }
+
+    /// As many as there are to be, or as the system has; false where that is none.
+    bool start() {
+        try {
+            while (threads_.size() < count_)
+                threads_.emplace_back([this] { run(); });
+        } catch (const std::system_error&) {
+        }
+        return !threads_.empty();
     }
 
     void setQueue(std::deque<QByteArray> paths, int side) {
@@ -74,6 +87,7 @@ private:
         }
     }
 
+    const std::size_t count_;
     const Done done_;
     std::mutex mutex_;
     std::condition_variable changed_;
@@ -95,6 +109,15 @@ PictureLoader::PictureLoader(int threads, qsizetype cacheBytes)
                     (*loader)->keep(path, side, image);
             });
         });
+    startTimer_.setSingleShot(true);
+    startTimer_.setInterval(kStartInterval);
+    connect(&startTimer_, &QTimer::timeout, this, &PictureLoader::startThreads);
+    startThreads();
+}
+
+void PictureLoader::startThreads() {
+    if (!workers_->start())
+        startTimer_.start();
 }
 
 PictureLoader::~PictureLoader() = default;

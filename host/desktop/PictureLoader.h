@@ -4,6 +4,7 @@
 #include <QtCore/QCache>
 #include <QtCore/QObject>
 #include <QtCore/QSet>
+#include <QtCore/QTimer>
 #include <QtGui/QImage>
 
 #include <memory>
@@ -13,7 +14,8 @@ namespace host::desktop {
 
 /// Loads pictures in the background and keeps those that were last looked at, within a bound of memory.
 ///
-/// Main thread; the pictures are decoded on threads of its own, of low priority.
+/// Main thread; the pictures are decoded on threads of its own, of low priority. Where the system has not so
+/// many, they are fewer; where it has none left, pictures come once there is one.
 class PictureLoader final : public QObject {
     Q_OBJECT
 
@@ -47,6 +49,7 @@ private:
     };
     class Workers;
 
+    void startThreads();
     bool isAtHand(const QByteArray& path, int side) const;
     void keep(const QByteArray& path, int side, const QImage& image);
 
@@ -54,6 +57,7 @@ private:
     QSet<QByteArray> unreadable_;
     std::shared_ptr<PictureLoader*> self_; ///< For results that are still on their way when it is gone.
     std::unique_ptr<Workers> workers_;
+    QTimer startTimer_;
 };
 
 } // namespace host::desktop

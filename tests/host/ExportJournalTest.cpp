@@ -1,5 +1,6 @@
 #include "host/core/JournalFolder.h"
 #include "tests/host/JournalFixture.h"
+#include "tests/support/ThreadShortage.h"
 
 using namespace host;
 
@@ -113,6 +114,19 @@ TEST_F(Journal, CantBeBegunWhereThereIsNoFolder) {
     write(place_.filePath(QStringLiteral("state")), "a file");
     EXPECT_FALSE(ExportJournal::create(folder(), someService(), someChoices(), someImages(), error_));
     EXPECT_FALSE(error_.isEmpty());
+}
+
+TEST_F(Journal, IsKeptWhereTheSystemHasNoThreadLeft) {
+    QString path;
+    {
+        const test_support::ThreadShortage shortage;
+        auto journal = begin(2);
+        prepare(*journal, 0);
+        upload(*journal, 0);
+        EXPECT_FALSE(journal->failure());
+        path = journal->path();
+    }
+    EXPECT_EQ(outcomes(reopen(path)->record()), (std::vector{kUploaded, kNotUploaded}));
 }
 
 // --- Holding ---

@@ -2,6 +2,7 @@
 
 #include "platform/UserDefaults.h"
 #include "tests/host/FakePlugInScript.h"
+#include "tests/support/ThreadShortage.h"
 #include "tests/support/Waiting.h"
 
 #include <gtest/gtest.h>
@@ -243,6 +244,13 @@ TEST_F(ExportSessionRun, GoesOnWithTheNextImageWhereOneCantBeRead) {
 
 TEST_F(ExportSessionRun, CancelsWhereNoImageIsPrepared) {
     EXPECT_EQ(run("leaves-out=0 leaves-out=1"), Outcome::Failed);
+    EXPECT_TRUE(plugIn_.log().contains(QStringLiteral("shouldCancelExport")));
+    EXPECT_FALSE(plugIn_.log().contains(QStringLiteral("didFinishExport")));
+}
+
+TEST_F(ExportSessionRun, FailsWhereTheSystemHasNoThreadLeftForTheImages) {
+    const test_support::ThreadShortage shortage;
+    EXPECT_EQ(run(""), Outcome::Failed);
     EXPECT_TRUE(plugIn_.log().contains(QStringLiteral("shouldCancelExport")));
     EXPECT_FALSE(plugIn_.log().contains(QStringLiteral("didFinishExport")));
 }

@@ -1,4 +1,5 @@
 #include "tests/host/desktop/ExportWindow.h"
+#include "tests/support/ThreadShortage.h"
 
 #include <QtCore/QRegularExpression>
 #include <QtWidgets/QTreeWidget>
@@ -411,6 +412,62 @@ TEST_F(ExportWindow, WithoutAJournalNothingIsExported) {
     EXPECT_TRUE(messages_.texts.first().startsWith(QStringLiteral("The export was not begun.")));
     EXPECT_TRUE(logged(QStringLiteral("shouldExport")).isEmpty());
     EXPECT_TRUE(plugIn_.log().contains(QStringLiteral("shouldCancelExport")));
+}
+
+TEST_F(ExportWindow, WithoutAThreadForTheImagesTheExportFailsAndCanBeGoneOnWith) {
+    selectPictures(2);
+    // The light table has done its work.
+    ASSERT_TRUE(waitUntil([this] {
+        return !table()
+                    ->loader()
+                    .picture(QFile::encodeName(folder_.filePath(QStringLiteral("0.png"))))
+                    .isNull() &&
+               !table()
+                    ->loader()
+                    .picture(QFile::encodeName(folder_.filePath(QStringLiteral("1.png"))))
+                    .isNull();
+    }));
+    action("Export to Quillmark")->trigger();
+    ASSERT_TRUE(waitForDialog());
+    logIn();
+    choose(0, QStringLiteral("Ceremony"));
+    {
+        const test_support::ThreadShortage shortage;
+        press(exportDialog(), "exportButton");
+        ASSERT_TRUE(waitForSummary());
+    }
+    EXPECT_EQ(text("headline").toStdString(), "The export failed.");
+    EXPECT_TRUE(text("details").startsWith(QStringLiteral("The system has no thread left")))
+        << text("details").toStdString();
+    press(summary(), "exportRemainingButton");
+    ASSERT_TRUE(waitForDialog());
+    logIn();
+    press(exportDialog(), "exportButton");
+    ASSERT_TRUE(waitForSummary());
+    EXPECT_EQ(text("headline").toStdString(), "The export is finished.");
+}
+
+TEST_F(ExportWindow, TheConfirmationIsAskedForOfTheSameEventAlone) {
+    plugIn_.tell("unanswered");
+    selectPictures(1);
+    exportToTheSummary();
+    plugIn_.tell("");
+    press(summary(), "askAgainButton");
+    ASSERT_TRUE(waitForDialog());
+    logIn();
+    ASSERT_TRUE(waitUntil([this] {
+        return control<QComboBox>(hostapi::panel::kCategoryChooser)->currentText() ==
+               QStringLiteral("Ceremony");
+    }));
+    choose(1, QStringLiteral("Elsewhere"));
+    press(exportDialog(), "exportButton");
+    ASSERT_TRUE(waitUntil([this] { return !messages_.texts.isEmpty(); }));
+    EXPECT_TRUE(messages_.texts.first().startsWith(QStringLiteral("The export was not begun.")))
+        << messages_.texts.first().toStdString();
+    EXPECT_EQ(plugIn_.log().count(QStringLiteral("didFinishExport")), 1);
+    ASSERT_EQ(foundJournals().size(), 1U);
+    EXPECT_TRUE(
+        waitUntil([this] { return unfinishedExports().first().contains(QStringLiteral("not confirmed")); }));
 }
 
 TEST_F(ExportWindow, NothingPreparedIsAFailureThatAsksTheServiceForNothing) {

@@ -1,0 +1,19 @@
+#include "host/desktop/BackgroundTask.h"
+
+#include "platform/Thread.h"
+
+#include <QtCore/QCoreApplication>
+#include <QtCore/QTimer>
+
+namespace host::desktop {
+
+using namespace std::chrono_literals;
+
+void runInBackground(const std::string& name, const std::function<void()>& body) {
+    constexpr auto kPause = 1s;
+    if (!platform::Thread::start(name, body))
+        QTimer::singleShot(kPause, QCoreApplication::instance(),
+                           [name, body] { runInBackground(name, body); });
+}
+
+} // namespace host::desktop
