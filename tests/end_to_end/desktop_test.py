@@ -26,7 +26,8 @@ class DesktopApplication(unittest.TestCase):
         self.here = self.enterContext(folder())
         self.sandbox = self.start_sandbox()
         self.addCleanup(lambda: self.sandbox.__exit__())
-        self.web = self.enterContext(Forwarder(self.sandbox.https_port, lambda _: self.at_request()))
+        self.web = self.enterContext(Forwarder(self.sandbox.https_port, lambda _: self.at_request(),
+                                                lambda _: self.at_answer()))
         self.ftp = self.enterContext(Forwarder(self.sandbox.ftp_port, self.hear_commands))
         config = self.here / "service.ini"
         config.write_text(self.sandbox.config.read_text()
@@ -36,6 +37,7 @@ class DesktopApplication(unittest.TestCase):
         self.stored: list[str] = []
         self.at_command = lambda command: None
         self.at_request = lambda: None
+        self.at_answer = lambda: None
         self.shoot = self.here / "Smith"
         self.shoot.mkdir()
         self.names = [f"{index}.jpg" for index in range(COUNT)]
@@ -174,6 +176,22 @@ class DesktopApplication(unittest.TestCase):
         self.answer_and_close(application)
         self.assertEqual(self.stored, self.names)
         self.assertEqual(self.arrived(), self.names)
+
+    def test_an_answer_that_is_lost_after_the_service_has_processed_doubles_nothing(self):
+        application = self.start(self.shoot)
+        self.at_answer = lambda: self.web.cut() if len(self.sandbox.photographs()) == COUNT else None
+        self.export_all(application)
+        application.wait_until_shows("The service did not confirm that it processes the photographs.")
+        self.assertFalse(any("finished" in text for text in application.texts()))
+        processed = self.sandbox.photographs()
+        self.assertEqual(self.arrived(), self.names)
+        self.at_answer = lambda: None
+        self.web.mend()
+        self.export_remaining(application, "Ask for the Confirmation Again*")
+        self.answer_and_close(application)
+        self.assertEqual(self.stored, self.names, "nothing is sent a second time")
+        self.assertEqual(self.sandbox.photographs(), processed)
+        self.assertEqual(self.remaining(), 0)
 
     def test_after_the_server_was_killed_the_rest_is_exported_later(self):
         application = self.start(self.shoot)

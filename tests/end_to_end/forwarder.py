@@ -7,12 +7,14 @@ import threading
 class Forwarder:
     """Forwards connections from a loopback port of its own to `target_port`.
 
-    `heard`, if given, is called with what each client sends, before it goes on. All of it on threads.
+    `heard`, if given, is called with what each client sends, and `answered` with what the service sends, before it
+    goes on. All of it on threads.
     """
 
-    def __init__(self, target_port: int, heard=None):
+    def __init__(self, target_port: int, heard=None, answered=None):
         self.target_port = target_port
         self.heard = heard
+        self.answered = answered
         self._lock = threading.Lock()
         self._sockets: set[socket.socket] = set()
         self._is_cut = False
@@ -65,7 +67,7 @@ class Forwarder:
                 self._sockets |= {client, server}
             try:
                 server.connect(("127.0.0.1", self.target_port))
-                back = threading.Thread(target=self._pump, args=(server, client, None), daemon=True)
+                back = threading.Thread(target=self._pump, args=(server, client, self.answered), daemon=True)
                 back.start()
                 self._pump(client, server, self.heard)
                 back.join()
@@ -75,11 +77,11 @@ class Forwarder:
                 with self._lock:
                     self._sockets -= {client, server}
 
-    def _pump(self, source: socket.socket, sink: socket.socket, heard):
+    def _pump(self, source: socket.socket, sink: socket.socket, told):
         try:
             while data := source.recv(65536):
-                if heard:
-                    heard(data)
+                if told:
+                    told(data)
                 sink.sendall(data)
         except OSError:
             pass

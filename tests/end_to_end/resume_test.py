@@ -90,7 +90,8 @@ class Resumption(unittest.TestCase):
         self.state = self.here / "state"
         self.sandbox = self.start_sandbox()
         self.addCleanup(lambda: self.sandbox.__exit__())
-        self.web = self.enterContext(Forwarder(self.sandbox.https_port, self.hear_request))
+        self.web = self.enterContext(Forwarder(self.sandbox.https_port, self.hear_request,
+                                                lambda _: self.at_answer()))
         self.ftp = self.enterContext(Forwarder(self.sandbox.ftp_port, self.hear_command))
         config = self.here / "service.ini"
         text = self.sandbox.config.read_text()
@@ -101,6 +102,7 @@ class Resumption(unittest.TestCase):
         self.at_store = lambda name: None
         self.uploads_are_done = False
         self.at_finishing_request = lambda: None
+        self.at_answer = lambda: None
 
         shoot = self.here / "Smith"
         shoot.mkdir()
@@ -228,6 +230,20 @@ class Resumption(unittest.TestCase):
         stored = len(self.stored)
         self.resume_and_check(0)
         self.assertEqual(len(self.stored), stored, "only the finishing request is sent")
+
+    def test_after_an_answer_was_lost_that_the_service_gave_when_it_had_processed(self):
+        self.at_answer = lambda: self.web.cut() if len(self.sandbox.photographs()) == COUNT else None
+        run = self.home.run(*CHOICES, *self.files)
+        self.assertEqual((run.status, run.lines[-1]["outcome"]), (1, "unconfirmed"), run)
+        self.assertIn("the service did not confirm", run.stderr)
+        processed = self.sandbox.photographs()
+        self.assertEqual(self.arrived(), self.names)
+        self.at_answer = lambda: None
+        self.web.mend()
+        stored = len(self.stored)
+        self.resume_and_check(0)
+        self.assertEqual(len(self.stored), stored, "only the finishing request is sent")
+        self.assertEqual(self.sandbox.photographs(), processed)
 
     def test_of_the_remembered_account_asks_for_nothing(self):
         self.export_killed(step(3, 0.5))
