@@ -4,13 +4,13 @@
 #include "hostapi/SettingsPanel.h"
 #include "tests/plugin/TestBundle.h"
 #include "tests/support/KeyringSession.h"
+#include "tests/support/MessageAnswers.h"
 #include "tests/support/ScriptedFTPServer.h"
 #include "tests/support/ScriptedWebServer.h"
 #include "tests/support/Waiting.h"
 
 #include <QtCore/QBuffer>
 #include <QtCore/QProcess>
-#include <QtCore/QTimer>
 #include <QtGui/QImage>
 #include <QtWidgets/QApplication>
 #include <QtWidgets/QCheckBox>
@@ -82,29 +82,6 @@ private:
     const QTemporaryDir folder_;
     test_support::TestCertificates certificates_;
     test_support::ScriptedWebServer web_;
-};
-
-/// Answers every alert of the desktop with "OK", and keeps what it said.
-class AlertAnswers {
-public:
-    AlertAnswers() {
-        QObject::connect(&timer_, &QTimer::timeout, &timer_, [this] { answerOne(); });
-        timer_.start(5);
-    }
-    QStringList texts;
-
-private:
-    void answerOne() {
-        for (QWidget* const widget : QApplication::topLevelWidgets()) {
-            auto* const box = qobject_cast<QMessageBox*>(widget);
-            if (!box || !box->isVisible())
-                continue;
-            texts << box->text() + QStringLiteral(": ") + box->informativeText();
-            box->button(QMessageBox::Ok)->click();
-            return;
-        }
-    }
-    QTimer timer_;
 };
 
 class Module : public testing::Test {
@@ -212,7 +189,7 @@ TEST_F(Module, ADialogThatIsClosedBeforeTheExportIsGoneAtOnce) {
 TEST_F(Module, ExportsPicturesForAHostThatKnowsOnlyItsHeaders) {
     const test_support::KeyringSession keyring(QStringLiteral("unlocked"));
     Service service;
-    AlertAnswers alerts;
+    MessageAnswers alerts;
     openDialog({{encoded({40, 30}), QStringLiteral("a.png"), QStringLiteral("Spring")},
                 {encoded({30, 40}), QStringLiteral("b.png"), QStringLiteral("Summer")}});
     logIn();
@@ -223,7 +200,7 @@ TEST_F(Module, ExportsPicturesForAHostThatKnowsOnlyItsHeaders) {
         << alerts.texts.join(QLatin1Char('\n')).toStdString();
 
     EXPECT_EQ(outcome, int(QDialog::Accepted));
-    EXPECT_EQ(alerts.texts, QStringList{QStringLiteral("Your Quillmark export is complete.: All done.")});
+    EXPECT_EQ(alerts.texts, QStringList{QStringLiteral("Your Quillmark export is complete.|All done.")});
     const auto files = service.ftp.files();
     EXPECT_EQ(files.size(), 2U);
     EXPECT_EQ(files.count("77/Spring/a.jpg"), 1U);

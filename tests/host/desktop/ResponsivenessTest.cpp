@@ -4,8 +4,8 @@
 #include "host/core/MemoryStores.h"
 #include "host/desktop/MainWindow.h"
 #include "hostapi/SettingsPanel.h"
-#include "tests/host/desktop/MessageAnswers.h"
 #include "tests/host/desktop/PhotographFolder.h"
+#include "tests/support/MessageAnswers.h"
 #include "tests/support/Waiting.h"
 
 #include <QtCore/QElapsedTimer>
