@@ -16,6 +16,7 @@ namespace host::desktop {
 namespace {
 
 constexpr QSize kListSize{560, 220};
+constexpr int kTextWidth = 440;
 constexpr double kHeadlineSize = 1.25;
 
 QLabel* plainLabel(const QString& text, const char* name) {
@@ -23,6 +24,8 @@ QLabel* plainLabel(const QString& text, const char* name) {
     label->setObjectName(QLatin1String(name));
     label->setTextFormat(Qt::PlainText);
     label->setWordWrap(true);
+    // At least, and at most: a word of any length widens no window.
+    label->setMinimumWidth(kTextWidth);
     label->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
     return label;
 }
@@ -32,7 +35,7 @@ QLabel* plainLabel(const QString& text, const char* name) {
 SummaryDialog::SummaryDialog(std::unique_ptr<ExportJournal> journal, const SummaryText& text, QWidget* parent)
     : QDialog(parent)
     , journal_(std::move(journal)) {
-    setWindowTitle(tr("Export to “%1”").arg(journal_->record().choices.eventName));
+    setWindowTitle(tr("Export to “%1”").arg(shortened(journal_->record().choices.eventName)));
     setWindowModality(Qt::WindowModal);
     auto* const layout = new QVBoxLayout(this);
     QLabel* const headline = plainLabel(text.headline, "headline");
@@ -41,9 +44,11 @@ SummaryDialog::SummaryDialog(std::unique_ptr<ExportJournal> journal, const Summa
     font.setPointSizeF(font.pointSizeF() * kHeadlineSize);
     headline->setFont(font);
     layout->addWidget(headline);
+    layout->addWidget(plainLabel(text.destination, "destination"));
     layout->addWidget(plainLabel(text.details, "details"));
     // Read out when the dialog opens.
-    setAccessibleDescription(text.headline + QLatin1Char('\n') + text.details);
+    setAccessibleDescription(
+        QStringList{text.headline, text.destination, text.details}.join(QLatin1Char('\n')));
     if (!journal_->record().remaining().empty())
         addList();
     addButtons();
@@ -97,12 +102,18 @@ void SummaryDialog::addButtons() {
     usual->setFocus();
 }
 
+bool SummaryDialog::confirmsForgetting() {
+    const QString question =
+        tr("Forget this export? The record of what was uploaded and what remains is deleted for good: "
+           "nothing can go "
+           "on with this export any more, and exporting the same photographs again sends all of them. The "
+           "photographs themselves, and what is on the server, stay where they are.");
+    return QMessageBox::question(this, tr("Forget This Export"), question, QMessageBox::Yes | QMessageBox::No,
+                                 QMessageBox::No) == QMessageBox::Yes;
+}
+
 void SummaryDialog::decide(Decision decision) {
-    if (decision == Decision::Forget &&
-        QMessageBox::question(
-            this, tr("Forget This Export"),
-            tr("Forget what is left of this export? Your photographs and what was uploaded stay "
-               "where they are, but the application will no longer offer to go on.")) != QMessageBox::Yes)
+    if (decision == Decision::Forget && !confirmsForgetting())
         return;
     decision_ = decision;
     accept();

@@ -26,6 +26,7 @@ public:
 private:
     void addList();
     void addButtons();
+    bool confirmsForgetting();
     void decide(Decision decision);
 
     std::unique_ptr<ExportJournal> journal_;

@@ -4,6 +4,7 @@
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QLocale>
+#include <QtCore/QRegularExpression>
 #include <QtCore/QStringList>
 
 namespace host::desktop {
@@ -11,6 +12,9 @@ namespace host::desktop {
 using End = ExportRun::End;
 
 namespace {
+
+/// In characters.
+constexpr qsizetype kLongestName = 60;
 
 QString tr(const char* text) {
     return QCoreApplication::translate("SummaryText", text);
@@ -59,6 +63,15 @@ QString processing(const ExportRecord& record) {
               "photographs asks it to.");
 }
 
+/// Some locales' short times have seconds.
+QString toTheMinute(const QDateTime& time) {
+    const QLocale locale;
+    QString format = locale.timeFormat(QLocale::ShortFormat);
+    format.remove(QRegularExpression(QStringLiteral("[:.]s+")));
+    return locale.toString(time.date(), QLocale::ShortFormat) + QLatin1Char(' ') +
+           locale.toString(time.time(), format);
+}
+
 } // namespace
 
 SummaryText summaryText(const ExportRecord& record, std::optional<End> end, const QString& reason) {
@@ -67,17 +80,26 @@ SummaryText summaryText(const ExportRecord& record, std::optional<End> end, cons
         lines << line;
     if (!reason.isEmpty())
         lines.prepend(reason);
-    return {headline(record, end), lines.join(QLatin1Char('\n'))};
+    return {headline(record, end), tr("Event “%1”").arg(record.choices.eventName),
+            lines.join(QLatin1Char('\n'))};
+}
+
+QString shortened(const QString& name) {
+    if (name.size() <= kLongestName)
+        return name;
+    // Half a character would be none.
+    const qsizetype end = kLongestName - (name.at(kLongestName - 2).isHighSurrogate() ? 2 : 1);
+    return name.left(end) + QChar(u'…');
 }
 
 QString unfinishedLine(const ExportRecord& record) {
-    const QString when = QLocale().toString(record.begun.toLocalTime(), QLocale::ShortFormat);
+    const QString when = toTheMinute(record.begun.toLocalTime());
     const std::size_t remaining = record.remaining().size();
     const QString what = remaining > 0
                              ? tr("%1 of %2 remain").arg(remaining).arg(photographs(record.images.size()))
                              : tr("not confirmed by the service");
     // All at once: a name may hold what looks like a further place.
-    return tr("%1, %2: %3").arg(record.choices.eventName, when, what);
+    return tr("%1, %2: %3").arg(shortened(record.choices.eventName), when, what);
 }
 
 } // namespace host::desktop
