@@ -1,6 +1,6 @@
 #pragma once
 
-#include <QtCore/QString>
+#include <QtCore/QCoreApplication>
 
 #include <cstddef>
 
@@ -8,7 +8,8 @@ namespace host::desktop {
 
 /// "1 photograph", "2 photographs".
 inline QString photographs(std::size_t count) {
-    return count == 1 ? QStringLiteral("1 photograph") : QStringLiteral("%1 photographs").arg(count);
+    return count == 1 ? QCoreApplication::translate("Counting", "1 photograph")
+                      : QCoreApplication::translate("Counting", "%1 photographs").arg(count);
 }
 
 } // namespace host::desktop

@@ -42,12 +42,13 @@ ExportStatus::ExportStatus(QWidget* parent)
     setWaiting(0);
 }
 
-void ExportStatus::showEvent(QShowEvent*) {
+void ExportStatus::begin() {
     stage_.clear();
     message_->clear();
     bar_->setRange(0, 0);
     bar_->setAccessibleName(tr("Export progress"));
     cancelButton_->setEnabled(true);
+    show();
 }
 
 void ExportStatus::follow(const hostapi::ExportProgress& progress) {

@@ -16,6 +16,8 @@ class ExportStatus final : public QWidget {
 public:
     explicit ExportStatus(QWidget* parent = nullptr);
 
+    /// Shows itself for an export that has just begun.
+    void begin();
     void follow(const hostapi::ExportProgress& progress);
     /// How many exports wait for the running one.
     void setWaiting(std::size_t count);
@@ -24,9 +26,6 @@ public:
 
 Q_SIGNALS:
     void cancelRequested();
-
-protected:
-    void showEvent(QShowEvent* event) override;
 
 private:
     void announceStage(const QString& message);

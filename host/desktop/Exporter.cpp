@@ -3,19 +3,26 @@
 #include "host/core/Service.h"
 #include "platform/Alert.h"
 
+#include <QtCore/QFile>
+
+#include <algorithm>
+
 namespace host::desktop {
 
-std::vector<FoundJournal> unfinishedJournals(const ExportSetting& setting) {
+EarlierExports earlierExports(const ExportSetting& setting) {
+    EarlierExports exports;
     QString ignored; // Whoever exports is told.
     const auto configuration = serviceConfiguration(setting.bundlePath, ignored);
-    if (!configuration)
-        return {};
-    std::vector<FoundJournal> journals = journalsIn(setting.journalFolder);
-    std::erase_if(journals, [service = serviceIdentity(*configuration)](const FoundJournal& journal) {
-        return journal.isHeld || !journal.record || journal.record->isSettled() ||
-               journal.record->service != service;
-    });
-    return journals;
+    for (FoundJournal& journal : journalsIn(setting.journalFolder)) {
+        if (journal.isHeld)
+            continue;
+        if (!journal.record)
+            exports.unreadable.push_back(std::move(journal));
+        else if (!journal.record->isSettled() && configuration &&
+                 journal.record->service == serviceIdentity(*configuration))
+            exports.unfinished.push_back(std::move(journal));
+    }
+    return exports;
 }
 
 Exporter::Exporter(ExportSetting setting, QWidget& window)
@@ -45,15 +52,21 @@ void Exporter::next() {
     Task task = std::move(waiting_.front());
     waiting_.pop_front();
     Q_EMIT waitingChanged();
-    if (task.job) {
+    if (task.job)
         start(std::move(*task.job));
-        return;
-    }
-    QString error;
-    if (auto journal = ExportJournal::open(task.journalPath, error))
-        openSummary(std::move(journal), std::nullopt, {});
     else
+        openReview(task.journalPath);
+}
+
+void Exporter::openReview(const QString& journalPath) {
+    QString error;
+    if (auto journal = ExportJournal::open(journalPath, error))
+        openSummary(std::move(journal), std::nullopt, {});
+    else if (QFile::exists(journalPath))
         showError(tr("What is known of this export cannot be read."), error);
+    else
+        showError(tr("Nothing is left of this export."),
+                  tr("Meanwhile it was finished, begun anew or forgotten."));
 }
 
 void Exporter::start(ExportJob job) {
@@ -81,6 +94,11 @@ void Exporter::cancelToQuit() {
     cancel();
 }
 
+std::size_t Exporter::waitingCount() const {
+    return static_cast<std::size_t>(std::count_if(waiting_.begin(), waiting_.end(),
+                                                  [](const Task& task) { return task.job.has_value(); }));
+}
+
 bool Exporter::isExporting() const {
     return run_ && run_->isExporting();
 }
@@ -102,6 +120,7 @@ void Exporter::runEnded(ExportRun::End end) {
         openSummary(std::move(journal), end, reason.trimmed());
     else
         showError(tr("The export was not begun."), reason);
+    Q_EMIT earlierExportsChanged();
 }
 
 void Exporter::openSummary(std::unique_ptr<ExportJournal> journal, std::optional<ExportRun::End> end,
@@ -135,6 +154,7 @@ void Exporter::summaryClosed() {
         break;
     }
     journal.reset();
+    Q_EMIT earlierExportsChanged();
     next();
 }
 

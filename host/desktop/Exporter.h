@@ -14,9 +14,19 @@
 
 namespace host::desktop {
 
-/// The journals of the plug-in's service that have something left to do and that nobody holds; none where it
-/// is not known which service that is. Any thread.
-std::vector<FoundJournal> unfinishedJournals(const ExportSetting& setting);
+/// What earlier exports have left.
+struct EarlierExports {
+    /// The journals of the plug-in's service that have something left to do and that nobody holds; none where
+    /// it is not known which service that is.
+    std::vector<FoundJournal> unfinished;
+    /// The journals that are damaged, or of another version of the program: what is left is not known.
+    std::vector<FoundJournal> unreadable;
+
+    bool isEmpty() const { return unfinished.empty() && unreadable.empty(); }
+};
+
+/// Any thread.
+EarlierExports earlierExports(const ExportSetting& setting);
 
 /// Does one export after the other, and shows what has become of each. Main thread.
 class Exporter final : public QObject {
@@ -38,7 +48,8 @@ public:
 
     /// A plug-in is at work for an export that has begun.
     bool isExporting() const;
-    std::size_t waitingCount() const { return waiting_.size(); }
+    /// How many exports wait for what is going on.
+    std::size_t waitingCount() const;
     const ExportSetting& setting() const { return setting_; }
 
 Q_SIGNALS:
@@ -47,6 +58,8 @@ Q_SIGNALS:
     /// An export that has begun is over; its summary follows.
     void ended();
     void waitingChanged();
+    /// Earlier exports may have less left, or more.
+    void earlierExportsChanged();
 
 private:
     struct Task {
@@ -59,6 +72,7 @@ private:
     void next();
     void start(ExportJob job);
     void runEnded(ExportRun::End end);
+    void openReview(const QString& journalPath);
     void openSummary(std::unique_ptr<ExportJournal> journal, std::optional<ExportRun::End> end,
                      const QString& reason);
     void summaryClosed();

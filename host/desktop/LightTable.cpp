@@ -18,6 +18,7 @@ namespace {
 constexpr int kThreads = 2;
 constexpr qsizetype kCacheBytes = qsizetype{128} * 1024 * 1024;
 constexpr int kUsualSide = 160;
+constexpr int kEmptyTextMargin = 24;
 
 /// The sizes that pictures are loaded in, in device pixels: moving the slider a little loads nothing anew.
 constexpr std::array kLoadedSides{96, 128, 192, 256, 384, 512, 800};
@@ -165,8 +166,13 @@ void LightTable::paintEvent(QPaintEvent* event) {
         return;
     QPainter painter(viewport());
     painter.setPen(palette().color(QPalette::PlaceholderText));
-    painter.drawText(viewport()->rect(), Qt::AlignCenter | Qt::TextWordWrap,
-                     tr("Open a folder, or drop photographs here."));
+    const QRect area = viewport()->rect().adjusted(kEmptyTextMargin, 0, -kEmptyTextMargin, 0);
+    painter.drawText(area, Qt::AlignCenter | Qt::TextWordWrap, emptyText_);
+}
+
+void LightTable::setEmptyText(const QString& text) {
+    emptyText_ = text;
+    viewport()->update();
 }
 
 } // namespace host::desktop

@@ -26,7 +26,9 @@ public:
 
     /// The rows in view; the last one before the first where there are none.
     std::pair<int, int> visibleRows() const;
-    const PictureLoader& loader() const { return loader_; }
+    /// What stands in place of photographs where there are none.
+    void setEmptyText(const QString& text);
+    const QString& emptyText() const { return emptyText_; }
 
 Q_SIGNALS:
     void previewRequested(const QModelIndex& index);
@@ -51,6 +53,7 @@ private:
     PhotographModel& model_;
     PictureLoader loader_;
     PhotographDelegate delegate_;
+    QString emptyText_;
     QTimer loadTimer_; ///< Once the view has settled.
 };
 

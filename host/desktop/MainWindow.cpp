@@ -2,14 +2,20 @@
 
 #include "host/desktop/BackgroundTask.h"
 #include "host/desktop/Counting.h"
-#include "host/desktop/PhotographFiles.h"
+#include "host/desktop/EarlierExportsText.h"
+#include "host/desktop/ElidedLabel.h"
+#include "host/desktop/FindingsText.h"
+#include "host/desktop/ProjectDialog.h"
+#include "host/desktop/SummaryText.h"
+#include "platform/Alert.h"
 #include "platform/RunLoop.h"
 
+#include <QtCore/QDir>
 #include <QtCore/QPointer>
 #include <QtGui/QActionGroup>
 #include <QtGui/QCloseEvent>
+#include <QtWidgets/QApplication>
 #include <QtWidgets/QFileDialog>
-#include <QtWidgets/QInputDialog>
 #include <QtWidgets/QMenuBar>
 #include <QtWidgets/QMessageBox>
 #include <QtWidgets/QStatusBar>
@@ -26,7 +32,10 @@ namespace {
 constexpr QSize kFirstSize{1100, 720};
 constexpr int kSizeStep = 32;
 constexpr int kSliderWidth = 140;
-constexpr int kMessageMilliseconds = 8000;
+
+QString folderOf(const QByteArray& path) {
+    return QFile::decodeName(path.left(path.lastIndexOf('/')));
+}
 
 } // namespace
 
@@ -35,9 +44,9 @@ MainWindow::MainWindow(ExportSetting setting)
     , lightTable_(new LightTable(model_))
     , preview_(new Preview(model_))
     , pages_(new QStackedWidget)
-    , noticeBar_(new NoticeBar)
+    , unfinishedNotice_(new NoticeBar)
+    , fileNotice_(new NoticeBar)
     , exportStatus_(new ExportStatus) {
-    setWindowTitle(tr("Quillmark"));
     resize(kFirstSize);
     pages_->addWidget(lightTable_);
     pages_->addWidget(preview_);
@@ -45,7 +54,10 @@ MainWindow::MainWindow(ExportSetting setting)
     auto* const layout = new QVBoxLayout(centre);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(0);
-    layout->addWidget(noticeBar_);
+    unfinishedNotice_->setObjectName(QStringLiteral("unfinishedNotice"));
+    fileNotice_->setObjectName(QStringLiteral("fileNotice"));
+    layout->addWidget(unfinishedNotice_);
+    layout->addWidget(fileNotice_);
     layout->addWidget(pages_, 1);
     setCentralWidget(centre);
     makeActions();
@@ -58,12 +70,21 @@ MainWindow::MainWindow(ExportSetting setting)
     connect(lightTable_->selectionModel(), &QItemSelectionModel::selectionChanged, this,
             &MainWindow::updateSelection);
     connect(preview_, &Preview::closed, this, &MainWindow::closePreview);
-    connect(preview_, &Preview::moved, this,
-            [this](const QModelIndex& index) { lightTable_->setCurrentIndex(index); });
+    connect(preview_, &Preview::moved, this, [this](const QModelIndex& index) {
+        // Who looks at photographs still wants those exported that are selected.
+        lightTable_->selectionModel()->setCurrentIndex(index, QItemSelectionModel::NoUpdate);
+    });
     connect(&captureTimes_, &CaptureTimeReader::done, &model_, &PhotographModel::setCaptureTimes);
     connect(&model_, &QAbstractItemModel::rowsInserted, this, &MainWindow::updateSelection);
     connect(&model_, &QAbstractItemModel::modelReset, this, &MainWindow::updateSelection);
-    connect(&exporter_, &Exporter::begun, exportStatus_, &QWidget::show);
+    connect(&model_, &QAbstractItemModel::rowsInserted, this, &MainWindow::updateTitle);
+    connect(&model_, &QAbstractItemModel::modelReset, this, &MainWindow::updateTitle);
+    connect(unfinishedNotice_, &NoticeBar::activated, this, &MainWindow::showNoticed);
+    connect(&exporter_, &Exporter::earlierExportsChanged, this, [this] {
+        if (unfinishedNotice_->isVisible())
+            findEarlierExports();
+    });
+    connect(&exporter_, &Exporter::begun, exportStatus_, &ExportStatus::begin);
     connect(&exporter_, &Exporter::progressed, exportStatus_, &ExportStatus::follow);
     connect(&exporter_, &Exporter::ended, this, &MainWindow::exportEnded);
     connect(&exporter_, &Exporter::waitingChanged, this,
@@ -72,9 +93,11 @@ MainWindow::MainWindow(ExportSetting setting)
         exportStatus_->setCancelling();
         exporter_.cancel();
     });
+    lightTable_->setEmptyText(emptyTableText());
     updateSelection();
+    updateTitle();
     lightTable_->setFocus();
-    findUnfinished();
+    findEarlierExports();
 }
 
 // --- What can be done ---
@@ -112,6 +135,8 @@ void MainWindow::makeActions() {
         addAction(tr("&Larger Thumbnails"), QKeySequence::ZoomIn, &MainWindow::enlargeThumbnails);
     reduceAction_ =
         addAction(tr("&Smaller Thumbnails"), QKeySequence::ZoomOut, &MainWindow::reduceThumbnails);
+    helpAction_ = addAction(tr("Quillmark &Help"), QKeySequence::HelpContents, &MainWindow::showHelp);
+    aboutAction_ = addAction(tr("&About Quillmark"), {}, &MainWindow::showAbout);
 
     sortActions_ = new QActionGroup(this);
     const auto addSorting = [this](const QString& text, SortOrder order) {
@@ -146,6 +171,8 @@ void MainWindow::makeMenus() {
     viewMenu->addActions({enlargeAction_, reduceAction_});
     viewMenu->addSeparator();
     viewMenu->addActions(sortActions_->actions());
+
+    menuBar()->addMenu(tr("&Help"))->addActions({helpAction_, aboutAction_});
 }
 
 void MainWindow::makeToolBar() {
@@ -173,10 +200,9 @@ void MainWindow::makeToolBar() {
 }
 
 void MainWindow::makeStatusBar() {
-    selectionLabel_ = new QLabel;
+    selectionLabel_ = new ElidedLabel;
     selectionLabel_->setObjectName(QStringLiteral("selectionLabel"));
-    selectionLabel_->setTextFormat(Qt::PlainText);
-    statusBar()->addWidget(selectionLabel_);
+    statusBar()->addWidget(selectionLabel_, 1);
     statusBar()->addPermanentWidget(exportStatus_);
     exportStatus_->hide();
 }
@@ -209,43 +235,66 @@ void MainWindow::exportEnded() {
 
 void MainWindow::listUnfinished() {
     unfinishedMenu_->clear();
-    for (const FoundJournal& journal : unfinishedJournals(exporter_.setting())) {
+    const EarlierExports exports = earlierExports(exporter_.setting());
+    for (const FoundJournal& journal : exports.unfinished) {
         // An ampersand would underline the next letter.
         const QString text = unfinishedLine(*journal.record).replace(QLatin1Char('&'), QStringLiteral("&&"));
         connect(unfinishedMenu_->addAction(text), &QAction::triggered, this,
                 [this, path = journal.path] { exporter_.review(path); });
     }
+    if (const std::size_t count = exports.unreadable.size(); count > 0)
+        connect(unfinishedMenu_->addAction(count == 1 ? tr("1 Unreadable Journal…")
+                                                      : tr("%1 Unreadable Journals…").arg(count)),
+                &QAction::triggered, this,
+                [this, journals = exports.unreadable] { showUnreadable(journals); });
     if (unfinishedMenu_->isEmpty())
         unfinishedMenu_->addAction(tr("None"))->setEnabled(false);
 }
 
-void MainWindow::findUnfinished() {
+void MainWindow::findEarlierExports() {
     runInBackground("find-journals", [window = QPointer(this), setting = exporter_.setting()] {
-        platform::RunLoop::main()->post([window, journals = unfinishedJournals(setting)] {
-            if (window && !journals.empty())
-                window->tellUnfinished(journals);
+        platform::RunLoop::main()->post([window, exports = earlierExports(setting)] {
+            if (window)
+                window->tellEarlierExports(exports);
         });
     });
 }
 
-void MainWindow::tellUnfinished(const std::vector<FoundJournal>& journals) {
-    const FoundJournal& last = journals.front();
-    const QString text =
-        journals.size() == 1
-            ? tr("An export is not complete: %1").arg(unfinishedLine(*last.record))
-            : tr("%1 exports are not complete. See File, Unfinished Exports. The last one: %2")
-                  .arg(QString::number(journals.size()), unfinishedLine(*last.record));
-    connect(noticeBar_, &NoticeBar::activated, this, [this, path = last.path] { exporter_.review(path); });
-    noticeBar_->showNotice(text, tr("&Show…"));
+void MainWindow::tellEarlierExports(EarlierExports exports) {
+    noticed_ = std::move(exports);
+    if (noticed_.isEmpty())
+        unfinishedNotice_->hide();
+    else
+        unfinishedNotice_->showNotice(earlierExportsNotice(noticed_), tr("&Show…"));
+}
+
+void MainWindow::showNoticed() {
+    if (noticed_.unfinished.empty())
+        showUnreadable(noticed_.unreadable);
+    else
+        exporter_.review(noticed_.unfinished.front().path);
+}
+
+void MainWindow::showUnreadable(const std::vector<FoundJournal>& journals) {
+    platform::Alert(platform::AlertStyle::Warning, tr("The journals of earlier exports cannot be read."),
+                    unreadableJournalsText(journals))
+        .beginSheet(this);
 }
 
 bool MainWindow::confirmsQuitting() {
-    if (!exporter_.isExporting())
+    QStringList question;
+    if (exporter_.isExporting())
+        question << tr(
+            "An export is running and will be cancelled. What has not been uploaded by then can be "
+            "exported later.");
+    if (const std::size_t waiting = exporter_.waitingCount(); waiting > 0)
+        question << (waiting == 1 ? tr("1 further export waits and is given up, since it has not begun.")
+                                  : tr("%1 further exports wait and are given up, since they have not begun.")
+                                        .arg(waiting));
+    if (question.isEmpty())
         return true;
-    return QMessageBox::question(this, windowTitle(),
-                                 tr("An export is running. Cancel it and quit? What has not been uploaded by "
-                                    "then can be exported "
-                                    "later."),
+    question << tr("Quit?");
+    return QMessageBox::question(this, tr("Quit"), question.join(QLatin1Char(' ')),
                                  QMessageBox::Yes | QMessageBox::No, QMessageBox::No) == QMessageBox::Yes;
 }
 
@@ -269,20 +318,26 @@ void MainWindow::closeEvent(QCloseEvent* event) {
 // --- The light table ---
 
 void MainWindow::open(const std::vector<QByteArray>& paths) {
-    findPhotographsInBackground(paths, [window = QPointer(this)](FoundPhotographs found) {
-        if (!window)
-            return;
-        window->model_.add(std::move(found.photographs));
-        if (found.othersCount > 0)
-            window->statusBar()->showMessage(
-                tr("Passed over as no pictures: %1 of the files.").arg(found.othersCount),
-                kMessageMilliseconds);
-        if (window->model_.sortOrder() == SortOrder::CaptureTime)
-            window->readCaptureTimes();
-        if (!window->lightTable_->currentIndex().isValid() && window->model_.rowCount() > 0)
-            window->lightTable_->selectionModel()->setCurrentIndex(window->model_.index(0),
-                                                                   QItemSelectionModel::NoUpdate);
-    });
+    findPhotographsInBackground(paths,
+                                [window = QPointer(this), number = tableNumber_](FoundPhotographs found) {
+                                    // What was asked for before the table was cleared is not wanted on it any
+                                    // more.
+                                    if (window && window->tableNumber_ == number)
+                                        window->addFound(std::move(found));
+                                });
+}
+
+void MainWindow::addFound(FoundPhotographs found) {
+    model_.add(std::move(found.photographs));
+    if (const QString text = passedOverText(found); !text.isEmpty())
+        fileNotice_->showNotice(text);
+    // Of a folder that could not be read it is not known.
+    if (found.unreadFolders.empty())
+        lightTable_->setEmptyText(emptyTableText(found.folderNames));
+    if (model_.sortOrder() == SortOrder::CaptureTime)
+        readCaptureTimes();
+    if (!lightTable_->currentIndex().isValid() && model_.rowCount() > 0)
+        lightTable_->selectionModel()->setCurrentIndex(model_.index(0), QItemSelectionModel::NoUpdate);
 }
 
 void MainWindow::chooseFolder() {
@@ -301,6 +356,9 @@ void MainWindow::chooseFiles() {
 }
 
 void MainWindow::clear() {
+    ++tableNumber_;
+    fileNotice_->hide();
+    lightTable_->setEmptyText(emptyTableText());
     model_.clear();
     closePreview();
 }
@@ -309,15 +367,12 @@ void MainWindow::renameProject() {
     const QModelIndexList selected = lightTable_->selectionModel()->selectedIndexes();
     if (selected.isEmpty())
         return;
-    QInputDialog dialog(this);
-    dialog.setWindowTitle(tr("Rename Project"));
-    dialog.setLabelText(
-        tr("Project of the selected %1:").arg(photographs(static_cast<std::size_t>(selected.size()))));
-    dialog.setTextValue(selected.first().data(PhotographModel::ProjectRole).toString());
-    const QString project = dialog.exec() == QDialog::Accepted ? dialog.textValue().trimmed() : QString();
-    if (project.isEmpty())
+    ProjectDialog dialog(
+        tr("Project of the selected %1:").arg(photographs(static_cast<std::size_t>(selected.size()))),
+        selected.first().data(PhotographModel::ProjectRole).toString(), this);
+    if (dialog.exec() != QDialog::Accepted)
         return;
-    model_.setProject(lightTable_->selectionModel()->selectedIndexes(), project);
+    model_.setProject(lightTable_->selectionModel()->selectedIndexes(), dialog.project());
     updateSelection();
 }
 
@@ -363,11 +418,24 @@ void MainWindow::updateSelection() {
     const auto selected = lightTable_->selectionModel()->selectedIndexes().size();
     renameProjectAction_->setEnabled(selected > 0);
     exportAction_->setEnabled(selected > 0);
-    const QString all = photographs(static_cast<std::size_t>(model_.rowCount()));
+    const QString all = model_.rowCount() == 0 ? tr("No photographs")
+                                               : photographs(static_cast<std::size_t>(model_.rowCount()));
     selectionLabel_->setText(
         selected == 0
             ? all
             : tr("%1 of %2 selected, %3").arg(QString::number(selected), all, projectOfSelection()));
+}
+
+void MainWindow::updateTitle() {
+    QSet<QString> folders;
+    for (const QByteArray& path : model_.paths())
+        folders.insert(folderOf(path));
+    if (folders.isEmpty())
+        setWindowTitle(tr("Quillmark"));
+    else
+        setWindowTitle(
+            tr("%1 – Quillmark")
+                .arg(folders.size() == 1 ? QDir(*folders.begin()).dirName() : tr("Several folders")));
 }
 
 QString MainWindow::projectOfSelection() const {
@@ -375,6 +443,28 @@ QString MainWindow::projectOfSelection() const {
     for (const QModelIndex& index : lightTable_->selectionModel()->selectedIndexes())
         projects.insert(index.data(PhotographModel::ProjectRole).toString());
     return projects.size() == 1 ? tr("project “%1”").arg(*projects.begin()) : tr("several projects");
+}
+
+// --- Help ---
+
+void MainWindow::showHelp() {
+    QMessageBox::information(
+        this, tr("Quillmark Help"),
+        tr("1. Open a folder of photographs, or drop photographs onto the light table.\n"
+           "2. Select those that are to be exported: with clicks, with Ctrl or Shift and clicks or arrow "
+           "keys, or all "
+           "of them with Ctrl+A.\n"
+           "3. Look at one in large with Space; the arrow keys go to the next, Escape goes back.\n"
+           "4. Rename the project of the selected photographs with F2: it may name their category.\n"
+           "5. Export them with Ctrl+E: log in, choose an event and a category, and press Export.\n\n"
+           "What an export has left, whatever broke it off, is under File, Unfinished Exports.\n"
+           "The manual page quillmark(1) tells more."));
+}
+
+void MainWindow::showAbout() {
+    QMessageBox::about(this, tr("About Quillmark"),
+                       tr("Quillmark %1\n\nSends photographs to the Quillmark online proofing service.")
+                           .arg(QApplication::applicationVersion()));
 }
 
 } // namespace host::desktop

@@ -5,6 +5,7 @@
 #include "host/desktop/Exporter.h"
 #include "host/desktop/LightTable.h"
 #include "host/desktop/NoticeBar.h"
+#include "host/desktop/PhotographFiles.h"
 #include "host/desktop/PhotographModel.h"
 #include "host/desktop/Preview.h"
 
@@ -41,10 +42,13 @@ private:
     void exportSelection();
     void exportEnded();
     void listUnfinished();
-    void findUnfinished();
-    void tellUnfinished(const std::vector<FoundJournal>& journals);
+    void findEarlierExports();
+    void tellEarlierExports(EarlierExports exports);
+    void showNoticed();
+    void showUnreadable(const std::vector<FoundJournal>& journals);
     bool confirmsQuitting();
 
+    void addFound(FoundPhotographs found);
     void chooseFolder();
     void chooseFiles();
     void clear();
@@ -57,16 +61,22 @@ private:
     void setSortOrder(SortOrder order);
     void readCaptureTimes();
     void updateSelection();
+    void updateTitle();
+    void showHelp();
+    void showAbout();
     QString projectOfSelection() const;
 
     PhotographModel model_;
     CaptureTimeReader captureTimes_;
     Exporter exporter_;
     bool quitsAfterExport_ = false;
+    EarlierExports noticed_;   ///< What the notice tells of.
+    unsigned tableNumber_ = 0; ///< Counts how often the light table was cleared.
     LightTable* lightTable_;
     Preview* preview_;
     QStackedWidget* pages_;
-    NoticeBar* noticeBar_;
+    NoticeBar* unfinishedNotice_;
+    NoticeBar* fileNotice_;
     ExportStatus* exportStatus_;
     QSlider* sizeSlider_;
     QLabel* selectionLabel_;
@@ -83,6 +93,8 @@ private:
     QAction* previewAction_;
     QAction* enlargeAction_;
     QAction* reduceAction_;
+    QAction* helpAction_;
+    QAction* aboutAction_;
     QActionGroup* sortActions_;
 };
 

@@ -17,6 +17,9 @@ NoticeBar::NoticeBar(QWidget* parent)
     setForegroundRole(QPalette::ToolTipText);
     text_->setForegroundRole(QPalette::ToolTipText);
     text_->setTextFormat(Qt::PlainText);
+    text_->setWordWrap(true);
+    // A word of any length widens no window.
+    text_->setMinimumWidth(1);
     text_->setObjectName(QStringLiteral("noticeText"));
     button_->setObjectName(QStringLiteral("noticeButton"));
     auto* const closeButton = new QToolButton;
@@ -37,8 +40,11 @@ NoticeBar::NoticeBar(QWidget* parent)
 }
 
 void NoticeBar::showNotice(const QString& text, const QString& buttonText) {
+    if (isVisible() && text_->text() == text)
+        return;
     text_->setText(text);
     button_->setText(buttonText);
+    button_->setVisible(!buttonText.isEmpty());
     show();
     QAccessibleEvent announcement(text_, QAccessible::Alert);
     QAccessible::updateAccessibility(&announcement);

@@ -6,13 +6,14 @@
 
 namespace host::desktop {
 
-/// A line above the light table that tells something and offers to do something about it. Main thread.
+/// A bar above the light table that tells something, and may offer to do something about it. Main thread.
 class NoticeBar final : public QFrame {
     Q_OBJECT
 
 public:
     explicit NoticeBar(QWidget* parent = nullptr);
-    void showNotice(const QString& text, const QString& buttonText);
+    /// Without a text for it, there is no button.
+    void showNotice(const QString& text, const QString& buttonText = {});
 
 Q_SIGNALS:
     void activated();

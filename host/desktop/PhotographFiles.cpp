@@ -30,6 +30,11 @@ QString text(const fs::path& path) {
     return QString::fromUtf8(path.native().data(), static_cast<qsizetype>(path.native().size()));
 }
 
+/// Also of a path that ends in a slash.
+QString nameOf(const fs::path& folder) {
+    return text(folder.has_filename() ? folder.filename() : folder.parent_path().filename());
+}
+
 QString extensionOf(const fs::path& path) {
     return text(path.extension()).mid(1).toLower();
 }
@@ -58,9 +63,16 @@ public:
 
 private:
     void lookInto(const fs::path& folder) {
+        found_.folderNames << nameOf(folder);
         std::error_code error;
-        for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error))
-            take(entry->path());
+        for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
+             entry.increment(error)) {
+            // Other systems keep what they know of a picture in a hidden file of its extension.
+            if (!entry->path().filename().native().starts_with('.'))
+                take(entry->path());
+        }
+        if (error)
+            found_.unreadFolders.push_back({text(folder), QString::fromStdString(error.message())});
     }
 
     bool take(const fs::path& path) {

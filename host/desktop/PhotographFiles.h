@@ -10,14 +10,22 @@
 
 namespace host::desktop {
 
+/// A folder that could not be read, or not to its end.
+struct UnreadFolder {
+    QString path;
+    QString error;
+};
+
 /// What a look at some files and folders has found.
 struct FoundPhotographs {
     std::vector<Photograph> photographs;
     std::size_t othersCount = 0; ///< Named files that are no pictures, or not there.
+    std::vector<UnreadFolder> unreadFolders;
+    QStringList folderNames; ///< Of the folders that were looked into.
 };
 
 /// The photographs among `paths`: a file stands for itself, a folder for the pictures that lie directly in
-/// it. Any thread.
+/// it and are not hidden. Any thread.
 FoundPhotographs findPhotographs(const std::vector<QByteArray>& paths);
 
 /// The same on a thread of its own; `found` is called on the main thread.

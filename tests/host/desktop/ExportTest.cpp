@@ -50,6 +50,8 @@ TEST_F(ExportWindow, AFinishedExportIsSummedUpAndLeavesNothingToDo) {
     EXPECT_EQ(text("headline").toStdString(), "The export is finished.");
     EXPECT_TRUE(text("details").contains(QStringLiteral("all 3 photographs")))
         << text("details").toStdString();
+    EXPECT_EQ(text("destination").toStdString(), "Event “Smith Wedding”");
+    EXPECT_GE(summary()->width(), 400);
     EXPECT_FALSE(summary()->findChild<QTreeWidget*>());
     EXPECT_FALSE(summary()->findChild<QAbstractButton*>(QStringLiteral("exportRemainingButton")));
     ASSERT_EQ(foundJournals().size(), 1U);
@@ -213,6 +215,77 @@ TEST_F(ExportWindow, AnEarlierExportToAnotherServiceIsNotOfferedAndNotGoneOnWith
     EXPECT_EQ(foundJournals().size(), 2U);
 }
 
+TEST_F(ExportWindow, TheNoticeGoesOnceNothingIsLeft) {
+    plugIn_.tell("upload-breaks=1");
+    selectPictures(2);
+    exportToTheSummary();
+    summary()->reject();
+    openWindow();
+    ASSERT_TRUE(waitUntil([this] { return !noticeText().isEmpty(); }));
+    plugIn_.tell("");
+    selectPictures(2);
+    exportToTheSummary();
+    EXPECT_EQ(text("headline").toStdString(), "The export is finished.");
+    EXPECT_TRUE(waitUntil([this] { return noticeText().isEmpty(); })) << noticeText().toStdString();
+}
+
+TEST_F(ExportWindow, AnExportThatSomebodyElseHasFinishedIsSaidToBe) {
+    plugIn_.tell("upload-breaks=1");
+    selectPictures(2);
+    exportToTheSummary();
+    summary()->reject();
+    openWindow();
+    ASSERT_TRUE(waitUntil([this] { return !noticeText().isEmpty(); }));
+    ASSERT_TRUE(QFile::remove(foundJournals().front().path));
+    press(visible<host::desktop::NoticeBar>(), "noticeButton");
+    ASSERT_TRUE(waitUntil([this] { return !messages_.texts.isEmpty(); }));
+    EXPECT_TRUE(messages_.texts.first().startsWith(QStringLiteral("Nothing is left of this export.")))
+        << messages_.texts.first().toStdString();
+}
+
+TEST_F(ExportWindow, JournalsThatCannotBeReadAreToldOf) {
+    ASSERT_TRUE(QDir().mkpath(journals()));
+    const auto writeJournal = [this](const char* name, const QByteArray& contents) {
+        QFile file(journals() + QLatin1Char('/') + QLatin1String(name));
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(contents);
+    };
+    writeJournal("a.journal", "nonsense\n");
+    openWindow();
+    ASSERT_TRUE(waitUntil([this] { return !noticeText().isEmpty(); }));
+    EXPECT_EQ(noticeText().toStdString(),
+              "The journal of an earlier export cannot be read. What it has left is not known.");
+    ASSERT_EQ(unfinishedExports().size(), 1);
+    writeJournal("b.journal", R"({"journal":99,"begun":"2040-01-01T00:00:00Z"})"
+                              "\n");
+    EXPECT_EQ(unfinishedExports(), QStringList(QStringLiteral("2 Unreadable Journals…")));
+    unfinishedMenu()->actions().first()->trigger();
+    ASSERT_TRUE(waitUntil([this] { return !messages_.texts.isEmpty(); }));
+    const QString told = messages_.texts.first();
+    EXPECT_TRUE(told.contains(journals() + QStringLiteral("/a.journal: it is damaged at or after line 1")))
+        << told.toStdString();
+    EXPECT_TRUE(told.contains(QStringLiteral("b.journal: it was kept by another version of the program")))
+        << told.toStdString();
+}
+
+TEST_F(ExportWindow, ALongEventsNameWidensNoWindow) {
+    plugIn_.tell("upload-breaks=1");
+    selectPictures(2);
+    action("Export to Quillmark")->trigger();
+    ASSERT_TRUE(waitForDialog());
+    logIn();
+    control<QComboBox>(hostapi::panel::kEventChooser)->setItemText(0, QString(180, QLatin1Char('W')));
+    choose(0, QStringLiteral("Ceremony"));
+    press(exportDialog(), "exportButton");
+    ASSERT_TRUE(waitForSummary());
+    EXPECT_LE(summary()->width(), 900);
+    summary()->reject();
+    openWindow();
+    ASSERT_TRUE(waitUntil([this] { return !noticeText().isEmpty(); }));
+    EXPECT_TRUE(noticeText().contains(QStringLiteral("…")));
+    EXPECT_LE(window_->minimumSizeHint().width(), 800);
+}
+
 TEST_F(ExportWindow, EarlierExportsAreInTheMenu) {
     plugIn_.tell("upload-breaks=1");
     selectPictures(2);
@@ -221,6 +294,10 @@ TEST_F(ExportWindow, EarlierExportsAreInTheMenu) {
     EXPECT_EQ(unfinishedExports(), QStringList(QStringLiteral("None")));
     summary()->reject();
     ASSERT_EQ(unfinishedExports().size(), 1);
+    // To the minute.
+    EXPECT_FALSE(
+        unfinishedExports().first().contains(QRegularExpression(QStringLiteral("\\d:\\d\\d:\\d\\d"))))
+        << unfinishedExports().first().toStdString();
     EXPECT_TRUE(unfinishedExports().first().endsWith(QStringLiteral(": 1 of 2 photographs remain")))
         << unfinishedExports().first().toStdString();
     unfinishedMenu()->actions().first()->trigger();
@@ -256,6 +333,24 @@ TEST_F(ExportWindow, AnExportCanBeForgotten) {
     press(summary(), "forgetButton");
     EXPECT_TRUE(waitUntil([this] { return foundJournals().empty(); }));
     EXPECT_TRUE(QFile::exists(folder_.filePath(QStringLiteral("0.png"))));
+}
+
+TEST_F(ExportWindow, WhoPressesEnterForgetsNothing) {
+    plugIn_.tell("upload-breaks=0");
+    selectPictures(1);
+    exportToTheSummary();
+    messages_.wish = QMessageBox::NoButton;
+    QString question;
+    QTimer::singleShot(0, [&question] {
+        auto* const box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+        ASSERT_TRUE(box);
+        question = box->text();
+        QTest::keyClick(box, Qt::Key_Return);
+    });
+    press(summary(), "forgetButton");
+    EXPECT_TRUE(question.contains(QStringLiteral("deleted for good"))) << question.toStdString();
+    EXPECT_TRUE(summary());
+    EXPECT_EQ(foundJournals().size(), 1U);
 }
 
 TEST_F(ExportWindow, CancelInTheDialogExportsNothing) {
@@ -305,7 +400,9 @@ TEST_F(ExportWindow, ASecondExportWaitsForTheFirst) {
     EXPECT_FALSE(QApplication::activeModalWidget());
     action("Export to Quillmark")->trigger();
     EXPECT_FALSE(exportDialog());
-    EXPECT_TRUE(status->findChild<QLabel*>(QStringLiteral("waitingLabel"))->isVisible());
+    auto* const waiting = status->findChild<QLabel*>(QStringLiteral("waitingLabel"));
+    EXPECT_TRUE(waiting->isVisible());
+    EXPECT_EQ(waiting->text().toStdString(), "1 further export waits.");
     plugIn_.tell("");
     ASSERT_TRUE(waitForSummary());
     EXPECT_FALSE(exportDialog());
@@ -328,6 +425,59 @@ TEST_F(ExportWindow, TheStatusFollowsTheRecord) {
     EXPECT_FALSE(status->isVisible());
     EXPECT_FALSE(logged(QStringLiteral("shouldExport 2")).size());
     EXPECT_FALSE(plugIn_.log().contains(QStringLiteral("didFinishExport")));
+}
+
+TEST_F(ExportWindow, TheStatusStaysWhenTheWindowIsMinimisedAndComesBack) {
+    plugIn_.tell("slow-images");
+    selectPictures(3);
+    beginExport();
+    auto* const status = window_->findChild<host::desktop::ExportStatus*>();
+    auto* const message = status->findChild<QLabel*>(QStringLiteral("exportMessage"));
+    ASSERT_TRUE(waitUntil([message] { return !message->text().isEmpty(); }));
+    press(status, "cancelExportButton");
+    const QString before = message->text();
+    QShowEvent shownAgain;
+    QCoreApplication::sendEvent(status, &shownAgain);
+    EXPECT_EQ(message->text().toStdString(), before.toStdString());
+    EXPECT_FALSE(status->findChild<QPushButton*>(QStringLiteral("cancelExportButton"))->isEnabled());
+    ASSERT_TRUE(waitForSummary());
+    summary()->reject();
+    // The next one starts afresh.
+    plugIn_.tell("slow-images");
+    beginExport();
+    ASSERT_TRUE(waitUntil([status] { return status->isVisible(); }));
+    EXPECT_TRUE(status->findChild<QPushButton*>(QStringLiteral("cancelExportButton"))->isEnabled());
+}
+
+TEST_F(ExportWindow, ASummaryThatWaitsIsNoExport) {
+    plugIn_.tell("upload-breaks=1");
+    selectPictures(2);
+    exportToTheSummary();
+    summary()->reject();
+    plugIn_.tell("slow-images");
+    beginExport();
+    auto* const status = window_->findChild<host::desktop::ExportStatus*>();
+    ASSERT_TRUE(waitUntil([status] { return status->isVisible(); }));
+    ASSERT_EQ(unfinishedExports().size(), 1);
+    unfinishedMenu()->actions().first()->trigger();
+    EXPECT_FALSE(status->findChild<QLabel*>(QStringLiteral("waitingLabel"))->isVisible());
+}
+
+TEST_F(ExportWindow, ClosingSaysThatWhatWaitsIsGivenUp) {
+    plugIn_.tell("slow-images");
+    selectPictures(2);
+    beginExport();
+    ASSERT_TRUE(waitUntil([this] { return !logged(QStringLiteral("shouldWrite")).isEmpty(); }));
+    messages_.wish = QMessageBox::No;
+    window_->close();
+    ASSERT_EQ(messages_.texts.size(), 1);
+    EXPECT_FALSE(messages_.texts.last().contains(QStringLiteral("given up")));
+    action("Export to Quillmark")->trigger();
+    window_->close();
+    ASSERT_EQ(messages_.texts.size(), 2);
+    EXPECT_TRUE(messages_.texts.last().contains(QStringLiteral("1 further export waits and is given up")))
+        << messages_.texts.last().toStdString();
+    EXPECT_TRUE(window_->isVisible());
 }
 
 TEST_F(ExportWindow, APlugInThatIgnoresTheCancelDoesNotHoldTheUserUp) {
@@ -417,16 +567,7 @@ TEST_F(ExportWindow, WithoutAJournalNothingIsExported) {
 TEST_F(ExportWindow, WithoutAThreadForTheImagesTheExportFailsAndCanBeGoneOnWith) {
     selectPictures(2);
     // The light table has done its work.
-    ASSERT_TRUE(waitUntil([this] {
-        return !table()
-                    ->loader()
-                    .picture(QFile::encodeName(folder_.filePath(QStringLiteral("0.png"))))
-                    .isNull() &&
-               !table()
-                    ->loader()
-                    .picture(QFile::encodeName(folder_.filePath(QStringLiteral("1.png"))))
-                    .isNull();
-    }));
+    ASSERT_TRUE(waitUntil([this] { return isLoaded(0) && isLoaded(1); }));
     action("Export to Quillmark")->trigger();
     ASSERT_TRUE(waitForDialog());
     logIn();

@@ -5,8 +5,8 @@
 #include "host/desktop/MainWindow.h"
 #include "hostapi/SettingsPanel.h"
 #include "tests/host/FakePlugInScript.h"
-#include "tests/host/desktop/MessageAnswers.h"
 #include "tests/host/desktop/PhotographFolder.h"
+#include "tests/support/MessageAnswers.h"
 #include "tests/support/Waiting.h"
 
 #include <QtTest/QTest>
@@ -47,6 +47,10 @@ protected:
 
     host::desktop::LightTable* table() const { return window_->findChild<host::desktop::LightTable*>(); }
 
+    bool isLoaded(int row) const {
+        return !table()->model()->index(row, 0).data(Qt::DecorationRole).value<QImage>().isNull();
+    }
+
     QAction* action(const char* text) const {
         for (QAction* const action : window_->findChildren<QAction*>()) {
             if (action->text().remove(QLatin1Char('&')).startsWith(QLatin1String(text)))
@@ -69,6 +73,14 @@ protected:
         for (QAction* const action : unfinishedMenu()->actions())
             texts << action->text();
         return texts;
+    }
+
+    /// Of the notice about earlier exports; empty where there is none.
+    QString noticeText() const {
+        auto* const notice =
+            window_->findChild<host::desktop::NoticeBar*>(QStringLiteral("unfinishedNotice"));
+        return notice->isVisible() ? notice->findChild<QLabel*>(QStringLiteral("noticeText"))->text()
+                                   : QString();
     }
 
     template <typename Dialog>

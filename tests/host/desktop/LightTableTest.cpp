@@ -1,5 +1,8 @@
 #include "host/desktop/MainWindow.h"
+
+#include "host/desktop/PhotographFiles.h"
 #include "tests/host/desktop/PhotographFolder.h"
+#include "tests/support/MessageAnswers.h"
 #include "tests/support/Pictures.h"
 #include "tests/support/Waiting.h"
 
@@ -8,10 +11,13 @@
 #include <QtGui/QDropEvent>
 #include <QtTest/QTest>
 #include <QtWidgets/QApplication>
-#include <QtWidgets/QInputDialog>
+#include <QtWidgets/QDialogButtonBox>
+#include <QtWidgets/QLineEdit>
 #include <QtWidgets/QScrollBar>
 
 #include <gtest/gtest.h>
+
+#include <sys/resource.h>
 
 using namespace host::desktop;
 using test_support::waitUntil;
@@ -41,6 +47,12 @@ protected:
     QModelIndex index(int row) const { return model()->index(row, 0); }
     int selectedCount() const {
         return static_cast<int>(table()->selectionModel()->selectedIndexes().size());
+    }
+    /// Of the notice about the files that were opened; empty where there is none.
+    QString noticeText() const {
+        auto* const notice = window_.findChild<NoticeBar*>(QStringLiteral("fileNotice"));
+        return notice->isVisible() ? notice->findChild<QLabel*>(QStringLiteral("noticeText"))->text()
+                                   : QString();
     }
     bool isLoaded(int row) const { return !index(row).data(Qt::DecorationRole).value<QImage>().isNull(); }
     QPoint centre(int row) const { return table()->visualRect(index(row)).center(); }
@@ -195,6 +207,17 @@ TEST_F(Window, SpaceOpensThePreviewAndTheKeysGoThroughIt) {
     EXPECT_TRUE(table()->isVisible());
 }
 
+TEST_F(Window, ThePreviewLeavesTheSelectionAlone) {
+    fill(3);
+    table()->selectAll();
+    table()->selectionModel()->setCurrentIndex(index(0), QItemSelectionModel::NoUpdate);
+    key(Qt::Key_Space);
+    QTest::keyClick(preview(), Qt::Key_Right);
+    QTest::keyClick(preview(), Qt::Key_Escape);
+    EXPECT_EQ(selectedCount(), 3);
+    EXPECT_EQ(table()->currentIndex().row(), 1);
+}
+
 TEST_F(Window, ADoubleClickOpensThePreviewOfThatPhotograph) {
     folder_.picture(QStringLiteral("a.png"), {900, 600}, Qt::red);
     folder_.picture(QStringLiteral("b.png"), {900, 600}, Qt::blue);
@@ -222,10 +245,11 @@ TEST_F(Window, AProjectIsRenamedForTheSelection) {
     EXPECT_FALSE(action("Rename Project")->isEnabled());
     table()->selectionModel()->select(index(1), QItemSelectionModel::Select);
     QTimer::singleShot(0, [] {
-        auto* const dialog = qobject_cast<QInputDialog*>(QApplication::activeModalWidget());
+        auto* const dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
         ASSERT_TRUE(dialog);
-        EXPECT_EQ(dialog->textValue(), QStringLiteral("Smith"));
-        dialog->setTextValue(QStringLiteral("Jones"));
+        auto* const field = dialog->findChild<QLineEdit*>();
+        EXPECT_EQ(field->text(), QStringLiteral("Smith"));
+        field->setText(QStringLiteral("Jones"));
         dialog->accept();
     });
     action("Rename Project")->trigger();
@@ -235,6 +259,35 @@ TEST_F(Window, AProjectIsRenamedForTheSelection) {
     EXPECT_EQ(label->text().toStdString(), "1 of 3 photographs selected, project “Jones”");
     table()->selectAll();
     EXPECT_EQ(label->text().toStdString(), "3 of 3 photographs selected, several projects");
+}
+
+TEST_F(Window, AProjectsNameThatNoFolderCouldHaveIsRefused) {
+    fill(1);
+    table()->selectAll();
+    const std::vector<QString> refused{
+        QStringLiteral("a/b"),          QStringLiteral(".."), QStringLiteral("."),
+        QStringLiteral("Smith\nJones"), QStringLiteral(" "),  QString(256, QLatin1Char('x')),
+        QString(128, QChar(0xFC)),
+    };
+    QTimer::singleShot(0, [&refused] {
+        auto* const dialog = QApplication::activeModalWidget();
+        ASSERT_TRUE(dialog);
+        auto* const field = dialog->findChild<QLineEdit*>();
+        auto* const fault = dialog->findChild<QLabel*>(QStringLiteral("fault"));
+        auto* const button = dialog->findChild<QDialogButtonBox*>()->button(QDialogButtonBox::Ok);
+        for (const QString& name : refused) {
+            field->setText(name);
+            EXPECT_FALSE(button->isEnabled()) << name.toStdString();
+            EXPECT_FALSE(fault->text().isEmpty()) << name.toStdString();
+            QTest::keyClick(field, Qt::Key_Return);
+            EXPECT_TRUE(dialog->isVisible()) << name.toStdString();
+        }
+        field->setText(QStringLiteral("..x & Söhne"));
+        EXPECT_TRUE(fault->text().isEmpty()) << fault->text().toStdString();
+        QTest::keyClick(field, Qt::Key_Return);
+    });
+    action("Rename Project")->trigger();
+    EXPECT_EQ(index(0).data(PhotographModel::ProjectRole).toString(), QStringLiteral("..x & Söhne"));
 }
 
 TEST_F(Window, ShowsMarkupInAProjectsNameAsItStands) {
@@ -292,6 +345,89 @@ TEST_F(Window, ClearingTheTableDeletesNoFile) {
     action("Clear the Light Table")->trigger();
     EXPECT_EQ(model()->rowCount(), 0);
     EXPECT_EQ(QDir(folder_.path()).entryList(QDir::Files).size(), 2);
+}
+
+TEST_F(Window, WhatIsFoundAfterTheTableWasClearedStaysAway) {
+    for (int i = 0; i < 3; ++i)
+        folder_.picture(QStringLiteral("%1.png").arg(i));
+    window_.open({folder_.bytes()});
+    action("Clear the Light Table")->trigger();
+    QDir(folder_.path()).mkdir(QStringLiteral("Jones"));
+    open({folder_.picture(QStringLiteral("Jones/a.png"))}, 1);
+    test_support::runLoopFor(std::chrono::milliseconds(200));
+    EXPECT_EQ(model()->rowCount(), 1);
+    EXPECT_EQ(index(0).data().toString(), QStringLiteral("a.png"));
+}
+
+TEST_F(Window, SaysWhatWasPassedOverAndStillHowManyAreSelected) {
+    const QByteArray notes = folder_.file(QStringLiteral("notes.txt"), "x");
+    open({folder_.picture(QStringLiteral("a.png")), notes}, 1);
+    EXPECT_EQ(noticeText().toStdString(), "1 file is no picture, or is not there, and was passed over.");
+    EXPECT_TRUE(window_.findChild<QLabel*>(QStringLiteral("selectionLabel"))->isVisible());
+    action("Clear the Light Table")->trigger();
+    EXPECT_EQ(noticeText().toStdString(), "");
+    window_.open({notes, notes});
+    EXPECT_TRUE(waitUntil([this] {
+        return noticeText() ==
+               QStringLiteral("2 files are no pictures, or are not there, and were passed over.");
+    }));
+}
+
+TEST_F(Window, SaysWhichFolderCannotBeReadAndWhy) {
+    rlimit usual{};
+    getrlimit(RLIMIT_NOFILE, &usual);
+    const rlimit none{0, usual.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+    const FoundPhotographs found = findPhotographs({folder_.bytes()});
+    setrlimit(RLIMIT_NOFILE, &usual);
+    ASSERT_EQ(found.unreadFolders.size(), 1U);
+    EXPECT_EQ(found.unreadFolders.front().path, folder_.path());
+    EXPECT_EQ(found.unreadFolders.front().error.toStdString(), "Too many open files");
+}
+
+TEST_F(Window, AnEmptyFolderIsCalledSo) {
+    window_.open({folder_.bytes()});
+    EXPECT_TRUE(waitUntil([this] { return table()->emptyText().contains(QStringLiteral("“Smith”")); }));
+    EXPECT_EQ(window_.findChild<QLabel*>(QStringLiteral("selectionLabel"))->text().toStdString(),
+              "No photographs");
+    action("Clear the Light Table")->trigger();
+    EXPECT_EQ(table()->emptyText().toStdString(), "Open a folder, or drop photographs here.");
+}
+
+TEST_F(Window, ItsTitleNamesTheFolder) {
+    EXPECT_EQ(window_.windowTitle().toStdString(), "Quillmark");
+    fill(2);
+    EXPECT_EQ(window_.windowTitle().toStdString(), "Smith – Quillmark");
+    QDir(folder_.path()).mkdir(QStringLiteral("Jones"));
+    open({folder_.picture(QStringLiteral("Jones/a.png"))}, 3);
+    EXPECT_EQ(window_.windowTitle().toStdString(), "Several folders – Quillmark");
+    action("Clear the Light Table")->trigger();
+    EXPECT_EQ(window_.windowTitle().toStdString(), "Quillmark");
+}
+
+TEST_F(Window, ALongProjectsNameIsCutWithAnEllipsisAndWidensNothing) {
+    fill(1);
+    auto* const label = window_.findChild<QLabel*>(QStringLiteral("selectionLabel"));
+    static_cast<PhotographModel*>(model())->setProject({index(0)}, QString(300, QLatin1Char('W')));
+    table()->selectAll();
+    EXPECT_LE(window_.minimumSizeHint().width(), 800);
+    EXPECT_LT(label->width(), label->sizeHint().width());
+    const QImage cut = label->grab().toImage();
+    label->setText(
+        label->fontMetrics().elidedText(label->text(), Qt::ElideRight, label->contentsRect().width()));
+    EXPECT_EQ(label->grab().toImage(), cut);
+}
+
+TEST_F(Window, HelpTellsOfTheKeysAndTheVersion) {
+    MessageAnswers messages;
+    action("Quillmark Help")->trigger();
+    ASSERT_TRUE(waitUntil([&messages] { return messages.texts.size() == 1; }));
+    EXPECT_TRUE(messages.texts.last().contains(QStringLiteral("Space")));
+    QCoreApplication::setApplicationVersion(QStringLiteral("1.2.3"));
+    action("About Quillmark")->trigger();
+    ASSERT_TRUE(waitUntil([&messages] { return messages.texts.size() == 2; }));
+    EXPECT_TRUE(messages.texts.last().contains(QStringLiteral("1.2.3")))
+        << messages.texts.last().toStdString();
 }
 
 TEST_F(Window, AssistiveToolsFindTheTableItsCellsAndTheControls) {

@@ -44,6 +44,16 @@ TEST_F(Model, AFolderStandsForThePicturesInIt) {
     EXPECT_EQ(model_.photograph(0).type, QStringLiteral("png"));
 }
 
+TEST_F(Model, HiddenFilesOfAFolderArePassedOver) {
+    for (const char* name : {"a.jpg", "._a.jpg", ".b.jpg"})
+        folder_.file(QLatin1String(name), "x");
+    add({folder_.bytes()});
+    EXPECT_EQ(names().toStdString(), "a.jpg");
+    // Who names one means it.
+    add({folder_.bytes() + "/.b.jpg"});
+    EXPECT_EQ(model_.rowCount(), 2);
+}
+
 TEST_F(Model, AFileThatIsNoPictureOrNotThereIsCounted) {
     const auto found =
         findPhotographs({folder_.file(QStringLiteral("a.jpg"), "x"),
