@@ -36,7 +36,7 @@ def growing(folder: pathlib.Path, _runs: int) -> list[Series]:
     with _sandbox(folder) as sandbox:
         for count in COUNTS:
             tool = Tool(str(count), lambda place, count=count: _export(sandbox, place, images[:count], "1280x1280"))
-            taken |= run_in_turn(tool.name, [tool], GROWTH_RUNS, folder).taken
+            taken |= run_in_turn(f"{count} images", [tool], GROWTH_RUNS, folder).taken
     return [Series(GROWTH, taken)]
 
 

@@ -22,7 +22,7 @@ def bars(title: str, axis: str, values: dict[str, float], emphasised: int) -> st
     parts = []
     for tick in ticks:
         x = left + tick * scale
-        parts += [_line(x, TITLE_HEIGHT, x, bottom, GRID), _text(x, bottom + 17, _number(tick), "middle", MUTED)]
+        parts += [_line(x, TITLE_HEIGHT, x, bottom, GRID), _text(x, bottom + 17, number(tick), "middle", MUTED)]
     parts.append(_text(left + plot_width / 2, bottom + 36, axis, "middle", MUTED))
     for row, (name, value) in enumerate(values.items()):
         top = TITLE_HEIGHT + GAP + row * (BAR_HEIGHT + GAP)
@@ -32,7 +32,7 @@ def bars(title: str, axis: str, values: dict[str, float], emphasised: int) -> st
         parts += [
             _text(left - 8, base, name, "end"),
             f'<rect x="{left}" y="{top}" width="{width:.1f}" height="{BAR_HEIGHT}" rx="2" fill="{fill}"/>',
-            _text(left + width + 6, base, _number(value)),
+            _text(left + width + 6, base, number(value)),
         ]
     return _picture(title, bottom + AXIS_HEIGHT, parts)
 
@@ -56,10 +56,10 @@ def _panel(left: float, width: float, axis: str, name: str, points: dict[float, 
     parts = [_text(left, TITLE_HEIGHT + 10, name, fill=MUTED)]
     for tick in up:
         y = bottom - tick * y_scale
-        parts += [_line(origin, y, right, y, GRID), _text(origin - 6, y + 4, _number(tick), "end", MUTED)]
+        parts += [_line(origin, y, right, y, GRID), _text(origin - 6, y + 4, number(tick), "end", MUTED)]
     for tick in across:
         x = origin + tick * x_scale
-        parts += [_line(x, bottom, x, bottom + 4, GRID), _text(x, bottom + 19, _number(tick), "middle", MUTED)]
+        parts += [_line(x, bottom, x, bottom + 4, GRID), _text(x, bottom + 19, number(tick), "middle", MUTED)]
     parts.append(_text((origin + right) / 2, bottom + 38, axis, "middle", MUTED))
     places = [(origin + x * x_scale, bottom - y * y_scale) for x, y in sorted(points.items())]
     line = " ".join(f"{x:.1f},{y:.1f}" for x, y in places)
@@ -92,7 +92,7 @@ def _ticks(most: float) -> list[float]:
     return [step * index for index in range(int(most / step) + 1)]
 
 
-def _number(value: float) -> str:
+def number(value: float) -> str:
     """Three digits that count, in groups."""
     if value == 0:
         return "0"

@@ -126,14 +126,14 @@ def _growth_table(series: Series) -> str:
 
 
 def _parts_table(parts: Parts) -> str:
-    rows = [[name, f"{1000 * parts.wall[name]:.3g}", f"{1000 * parts.cpu[name]:.3g}", f"{parts.rate[name]:,.4g}"]
+    rows = [[name, *map(plots.number, (1000 * parts.wall[name], 1000 * parts.cpu[name], parts.rate[name]))]
             for name in parts.wall]
     heads = ["Part", "Wall time, ms", "CPU time, ms", parts.rate_unit]
     return _markdown(heads, "lrrr", rows) + _paragraphs([f"{_runs(parts.runs)}."])
 
 
 def _quality_table(quality: Quality) -> str:
-    rows = [[name, f"{output.luma:.4f}", f"{output.color:.4f}", f"{output.size / 1000:,.0f}", output.sampling,
+    rows = [[name, f"{output.luma:.4f}", f"{output.color:.4f}", plots.number(output.size / 1000), output.sampling,
              "{} × {}".format(*output.pixels)] for name, output in quality.outputs.items()]
     heads = ["Tool", "Similarity of the brightness", "of red, green and blue", "File, KB", "Chroma", "Pixels"]
     return _markdown(heads, "lrrrll", rows) + _paragraphs(quality.notes)
