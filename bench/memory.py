@@ -7,7 +7,7 @@ from measure import BUILD, Series, Tool, run_in_turn
 from preparing import QUALITY
 
 TITLE = "One 24-megapixel baseline JPEG"
-IDLE = "idle: the plug-in is made, nothing prepared"
+IDLE = "idle, with the plug-in made"
 PREPARED = {"a box of 1280": "1280x1280", "a box of 2048": "2048x2048", "its own size": "own"}
 
 
