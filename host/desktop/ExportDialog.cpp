@@ -43,11 +43,21 @@ ExportDialog::ExportDialog(QWidget& view, HostedPlugIn& plugIn, const QString& h
     exportButton_->setObjectName(QStringLiteral("exportButton"));
     cancelButton_->setObjectName(QStringLiteral("cancelButton"));
 
+    auto* const top = new QVBoxLayout;
+    top->addWidget(headingLabel);
+    top->addWidget(notice_);
+    auto* const bottom = new QVBoxLayout;
+    bottom->addWidget(buttons);
     auto* const layout = new QVBoxLayout(this);
-    layout->addWidget(headingLabel);
-    layout->addWidget(notice_);
+    // The view has margins of its own: around it there are no others, so that all parts begin at one line.
+    const QMargins margins = layout->contentsMargins();
+    top->setContentsMargins(margins.left(), margins.top(), margins.right(), 0);
+    bottom->setContentsMargins(margins.left(), layout->spacing(), margins.right(), margins.bottom());
+    layout->setContentsMargins({});
+    layout->setSpacing(0);
+    layout->addLayout(top);
     layout->addWidget(scrollArea_, 1);
-    layout->addWidget(buttons);
+    layout->addLayout(bottom);
 
     connect(buttons, &QDialogButtonBox::accepted, this, &ExportDialog::exportRequested);
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
@@ -71,6 +81,8 @@ void ExportDialog::linkKeyboardLoop(HostedPlugIn& plugIn) {
 void ExportDialog::setNotice(const QString& notice) {
     notice_->setText(notice);
     notice_->setVisible(!notice.isEmpty());
+    // Else the view pays for its room.
+    QTimer::singleShot(0, this, &ExportDialog::growWithView);
     QAccessibleEvent announcement(notice_, QAccessible::Alert);
     QAccessible::updateAccessibility(&announcement);
 }

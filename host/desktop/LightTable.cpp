@@ -70,6 +70,10 @@ LightTable::LightTable(PhotographModel& model, QWidget* parent)
     connect(&model, &QAbstractItemModel::rowsInserted, this, loadSoon);
     connect(&model, &QAbstractItemModel::modelReset, this, [this] { loader_.forgetAll(); });
     connect(&model, &QAbstractItemModel::layoutChanged, this, loadSoon);
+    connect(&model, &PhotographModel::filesChanged, this, [this](const std::vector<QByteArray>& paths) {
+        loader_.forget(paths);
+        loadTimer_.start();
+    });
     connect(this, &QListView::doubleClicked, this, &LightTable::previewRequested);
     setThumbnailSide(kUsualSide);
 }

@@ -414,6 +414,23 @@ void MainWindow::readCaptureTimes() {
     captureTimes_.read(model_.paths());
 }
 
+void MainWindow::changeEvent(QEvent* event) {
+    QMainWindow::changeEvent(event);
+    // Its user may come from another program, which has worked on the photographs.
+    if (event->type() == QEvent::ActivationChange && isActiveWindow() && model_.rowCount() > 0)
+        lookForChanges();
+}
+
+void MainWindow::lookForChanges() {
+    findChangedInBackground(model_.files(), [window = QPointer(this)](const std::vector<SeenFile>& changed) {
+        if (!window)
+            return;
+        window->model_.setChanged(changed);
+        if (window->model_.sortOrder() == SortOrder::CaptureTime)
+            window->readCaptureTimes();
+    });
+}
+
 void MainWindow::updateSelection() {
     const auto selected = lightTable_->selectionModel()->selectedIndexes().size();
     renameProjectAction_->setEnabled(selected > 0);

@@ -31,6 +31,7 @@ public:
 
 protected:
     void closeEvent(QCloseEvent* event) override;
+    void changeEvent(QEvent* event) override;
 
 private:
     void makeActions();
@@ -60,6 +61,7 @@ private:
     void reduceThumbnails();
     void setSortOrder(SortOrder order);
     void readCaptureTimes();
+    void lookForChanges();
     void updateSelection();
     void updateTitle();
     void showHelp();

@@ -48,6 +48,17 @@ QCollator nameCollator() {
     return collator;
 }
 
+constexpr qint64 kNanosecondsInASecond = 1'000'000'000;
+
+/// Of a regular file; none where there is none.
+std::optional<FileVersion> versionOf(const char* path) {
+    struct stat status {};
+    if (stat(path, &status) != 0 || !S_ISREG(status.st_mode))
+        return std::nullopt;
+    return FileVersion{status.st_ino, status.st_mtim.tv_sec * kNanosecondsInASecond + status.st_mtim.tv_nsec,
+                       status.st_size};
+}
+
 class Finder {
 public:
     void look(const fs::path& path) {
@@ -79,13 +90,13 @@ private:
         const QString extension = extensionOf(path);
         if (std::find(kExtensions.begin(), kExtensions.end(), extension) == kExtensions.end())
             return false;
-        struct stat status {};
-        if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
+        const auto version = versionOf(path.c_str());
+        if (!version)
             return false;
         const QString name = text(path.filename());
-        found_.photographs.push_back(
-            {QByteArray::fromStdString(path.native()), name, text(path.parent_path().filename()), extension,
-             QDateTime::fromSecsSinceEpoch(status.st_mtim.tv_sec), QDateTime(), collator_.sortKey(name)});
+        found_.photographs.push_back({QByteArray::fromStdString(path.native()), name,
+                                      text(path.parent_path().filename()), extension, *version, QDateTime(),
+                                      collator_.sortKey(name)});
         return true;
     }
 
@@ -106,6 +117,26 @@ void findPhotographsInBackground(std::vector<QByteArray> paths, std::function<vo
     runInBackground("find-photos", [paths = std::move(paths), found = std::move(found)] {
         const auto result = std::make_shared<FoundPhotographs>(findPhotographs(paths));
         platform::RunLoop::main()->post([result, found] { found(std::move(*result)); });
+    });
+}
+
+std::vector<SeenFile> findChanged(std::vector<SeenFile> files) {
+    std::erase_if(files, [](SeenFile& file) {
+        const auto version = versionOf(file.path.constData());
+        if (!version || *version == file.version)
+            return true;
+        file.version = *version;
+        return false;
+    });
+    return files;
+}
+
+void findChangedInBackground(std::vector<SeenFile> files,
+                             std::function<void(const std::vector<SeenFile>&)> found) {
+    runInBackground("find-changes", [files = std::move(files), found = std::move(found)] {
+        const auto changed = std::make_shared<std::vector<SeenFile>>(findChanged(files));
+        if (!changed->empty())
+            platform::RunLoop::main()->post([changed, found] { found(*changed); });
     });
 }
 

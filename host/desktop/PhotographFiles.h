@@ -31,6 +31,19 @@ FoundPhotographs findPhotographs(const std::vector<QByteArray>& paths);
 /// The same on a thread of its own; `found` is called on the main thread.
 void findPhotographsInBackground(std::vector<QByteArray> paths, std::function<void(FoundPhotographs)> found);
 
+/// A file, and what it was when it was last looked at.
+struct SeenFile {
+    QByteArray path;
+    FileVersion version;
+};
+
+/// Those of the files that have changed since, as they are now; what is gone is not among them. Any thread.
+std::vector<SeenFile> findChanged(std::vector<SeenFile> files);
+
+/// The same on a thread of its own; `found` is called on the main thread, where there is any.
+void findChangedInBackground(std::vector<SeenFile> files,
+                             std::function<void(const std::vector<SeenFile>&)> found);
+
 /// The path of a local file's URL, byte by byte; none for any other URL.
 std::optional<QByteArray> pathOf(const QUrl& url);
 

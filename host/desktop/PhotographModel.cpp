@@ -7,6 +7,8 @@ namespace host::desktop {
 
 namespace {
 
+constexpr qint64 kNanosecondsInAMillisecond = 1'000'000;
+
 QString stateText(Photograph::State state) {
     return state == Photograph::State::Unreadable ? PhotographModel::tr("cannot be read") : QString();
 }
@@ -22,7 +24,9 @@ QString description(const Photograph& photograph) {
 
 /// Of a file that does not tell, the time of its last change is the nearest there is.
 QDateTime timeOf(const Photograph& photograph) {
-    return photograph.captured.isValid() ? photograph.captured : photograph.modified;
+    return photograph.captured.isValid()
+               ? photograph.captured
+               : QDateTime::fromMSecsSinceEpoch(photograph.version.modified / kNanosecondsInAMillisecond);
 }
 
 bool isBefore(SortOrder order, const Photograph& a, const Photograph& b) {
@@ -69,6 +73,14 @@ std::vector<QByteArray> PhotographModel::paths() const {
     for (const Photograph& photograph : photographs_)
         paths.push_back(photograph.path);
     return paths;
+}
+
+std::vector<SeenFile> PhotographModel::files() const {
+    std::vector<SeenFile> files;
+    files.reserve(photographs_.size());
+    for (const Photograph& photograph : photographs_)
+        files.push_back({photograph.path, photograph.version});
+    return files;
 }
 
 void PhotographModel::add(std::vector<Photograph> photographs) {
@@ -156,6 +168,25 @@ void PhotographModel::setCaptureTimes(const std::vector<std::pair<QByteArray, QD
         if (const int row = rowOf(path); row >= 0)
             photographs_[static_cast<std::size_t>(row)].captured = time;
     }
+    if (order_ == SortOrder::CaptureTime)
+        sort();
+}
+
+void PhotographModel::setChanged(const std::vector<SeenFile>& files) {
+    std::vector<QByteArray> paths;
+    for (const SeenFile& file : files) {
+        const int row = rowOf(file.path);
+        if (row < 0)
+            continue;
+        Photograph& changed = photographs_[static_cast<std::size_t>(row)];
+        changed.version = file.version;
+        changed.captured = {};
+        changed.state = Photograph::State::Unknown;
+        paths.push_back(file.path);
+    }
+    Q_EMIT filesChanged(paths);
+    for (const QByteArray& path : paths)
+        changed(path, {StateRole, Qt::DecorationRole, Qt::ToolTipRole, Qt::AccessibleTextRole});
     if (order_ == SortOrder::CaptureTime)
         sort();
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/desktop/Photograph.h"
+#include "host/desktop/PhotographFiles.h"
 
 #include <QtCore/QAbstractListModel>
 #include <QtCore/QHash>
@@ -29,6 +29,9 @@ public:
     /// The paths of all photographs, in their order.
     std::vector<QByteArray> paths() const;
 
+    /// The files of all photographs, as they were last looked at.
+    std::vector<SeenFile> files() const;
+
     /// Files that are there already are passed over.
     void add(std::vector<Photograph> photographs);
     void clear();
@@ -41,10 +44,17 @@ public:
     /// Sorts anew where that is the order.
     void setCaptureTimes(const std::vector<std::pair<QByteArray, QDateTime>>& times);
 
+    /// The files have changed: nothing is known of their pictures any more.
+    void setChanged(const std::vector<SeenFile>& files);
+
     /// Where the decorations come from; null images for what is not at hand.
     void setThumbnails(std::function<QImage(const QByteArray& path)> thumbnail);
     /// The thumbnail of `path` has changed.
     void thumbnailChanged(const QByteArray& path);
+
+Q_SIGNALS:
+    /// What was read from these files is out of date.
+    void filesChanged(const std::vector<QByteArray>& paths);
 
 private:
     void sort();

@@ -29,7 +29,7 @@ constexpr auto kStartInterval = 1s;
 /// The threads, and what they have still to do.
 class PictureLoader::Workers {
 public:
-    using Done = std::function<void(const QByteArray& path, int side, const QImage& image)>;
+    using Done = std::function<void(int round, const QByteArray& path, int side, const QImage& image)>;
 
     Workers(int count, Done done)
         : count_(static_cast<std::size_t>(count))
@@ -55,9 +55,13 @@ public:
         return !threads_.empty();
     }
 
-    void setQueue(std::deque<QByteArray> paths, int side) {
+    /// Paths that are under way in that size are passed over, if they were begun in the same `round`.
+    void setQueue(int round, std::deque<QByteArray> paths, int side) {
         {
             const std::lock_guard lock(mutex_);
+            if (round != round_)
+                underWay_.clear();
+            round_ = round;
             std::erase_if(paths, [this, side](const QByteArray& path) {
                 return side == side_ && underWay_.contains(path);
             });
@@ -78,10 +82,11 @@ private:
                 return;
             const QByteArray path = queue_.front();
             const int side = side_;
+            const int round = round_;
             queue_.pop_front();
             underWay_.insert(path);
             lock.unlock();
-            done_(path, side, readPicture(path, side));
+            done_(round, path, side, readPicture(path, side));
             lock.lock();
             underWay_.remove(path);
         }
@@ -94,6 +99,7 @@ private:
     std::deque<QByteArray> queue_;
     QSet<QByteArray> underWay_;
     int side_ = 0;
+    int round_ = 0;
     bool ends_ = false;
     std::vector<std::thread> threads_;
 };
@@ -102,10 +108,11 @@ PictureLoader::PictureLoader(int threads, qsizetype cacheBytes)
     : cache_(cacheBytes)
     , self_(std::make_shared<PictureLoader*>(this)) {
     const std::weak_ptr<PictureLoader*> self = self_;
-    workers_ =
-        std::make_unique<Workers>(threads, [self](const QByteArray& path, int side, const QImage& image) {
-            platform::RunLoop::main()->post([self, path, side, image] {
-                if (const auto loader = self.lock())
+    workers_ = std::make_unique<Workers>(
+        threads, [self](int round, const QByteArray& path, int side, const QImage& image) {
+            platform::RunLoop::main()->post([self, round, path, side, image] {
+                const auto loader = self.lock();
+                if (loader && (*loader)->round_ == round)
                     (*loader)->keep(path, side, image);
             });
         });
@@ -131,7 +138,7 @@ void PictureLoader::want(const std::vector<QByteArray>& paths, int side) {
         if (!isAtHand(paths[i], side))
             missing.push_back(paths[i]);
     }
-    workers_->setQueue(std::move(missing), side);
+    workers_->setQueue(round_, std::move(missing), side);
 }
 
 bool PictureLoader::isAtHand(const QByteArray& path, int side) const {
@@ -150,7 +157,16 @@ void PictureLoader::forgetFailures() {
     unreadable_.clear();
 }
 
+void PictureLoader::forget(const std::vector<QByteArray>& paths) {
+    ++round_;
+    for (const QByteArray& path : paths) {
+        cache_.remove(path);
+        unreadable_.remove(path);
+    }
+}
+
 void PictureLoader::forgetAll() {
+    ++round_;
     cache_.clear();
     unreadable_.clear();
 }

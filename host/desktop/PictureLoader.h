@@ -35,6 +35,8 @@ public:
     qsizetype cachedBytes() const { return cache_.totalCost(); }
     /// Forgets which pictures could not be read: their files may have changed.
     void forgetFailures();
+    /// Forgets what was read from these files, also what is just being read: they have changed.
+    void forget(const std::vector<QByteArray>& paths);
     /// Forgets everything, for the same reason.
     void forgetAll();
 
@@ -55,6 +57,7 @@ private:
 
     mutable QCache<QByteArray, Cached> cache_;
     QSet<QByteArray> unreadable_;
+    int round_ = 0; ///< Counts what was forgotten: what was begun before does not count any more.
     std::shared_ptr<PictureLoader*> self_; ///< For results that are still on their way when it is gone.
     std::unique_ptr<Workers> workers_;
     QTimer startTimer_;

@@ -34,6 +34,12 @@ Preview::Preview(PhotographModel& model, QWidget* parent)
         update();
         announce();
     });
+    connect(&model, &PhotographModel::filesChanged, this, [this](const std::vector<QByteArray>& paths) {
+        loader_.forget(paths);
+        if (isVisible())
+            load();
+        update();
+    });
     connect(&model, &QAbstractItemModel::modelReset, this, [this] {
         if (isVisible())
             Q_EMIT closed();

@@ -2,7 +2,9 @@
 #include "tests/support/ThreadShortage.h"
 
 #include <QtCore/QRegularExpression>
+#include <QtWidgets/QScrollArea>
 #include <QtWidgets/QTreeWidget>
+#include <QtWidgets/QVBoxLayout>
 
 using host::ImageOutcome;
 using test_support::waitUntil;
@@ -388,6 +390,26 @@ TEST_F(ExportWindow, TheDialogSaysThatTheListsCouldNotBeLoaded) {
             ->text()
             .contains(QStringLiteral("could not be loaded"));
     }));
+}
+
+TEST_F(ExportWindow, TheDialogGivesTheViewItsWholeWidthAndANoticeRoomOfItsOwn) {
+    selectPictures(1);
+    action("Export to Quillmark")->trigger();
+    ASSERT_TRUE(waitForDialog());
+    QWidget& view = exportDialog()->settingsView();
+    // The view has margins of its own.
+    EXPECT_EQ(view.mapTo(exportDialog(), QPoint()).x(), 0);
+    constexpr int kHeight = 300;
+    auto* const content = new QWidget;
+    content->setMinimumHeight(kHeight);
+    (new QVBoxLayout(&view))->addWidget(content);
+    const auto hasRoom = [this] {
+        return exportDialog()->findChild<QScrollArea*>()->viewport()->height() >= kHeight;
+    };
+    ASSERT_TRUE(waitUntil(hasRoom));
+    exportDialog()->setNotice(QStringLiteral("One line.\nAnother line.\nA third one."));
+    test_support::runLoopFor(std::chrono::milliseconds(100));
+    EXPECT_TRUE(hasRoom());
 }
 
 TEST_F(ExportWindow, ASecondExportWaitsForTheFirst) {

@@ -67,6 +67,12 @@ protected:
         QTest::keyClick(QApplication::focusWidget() ? QApplication::focusWidget() : table(), key, modifiers);
     }
 
+    static void setFileTime(const QByteArray& path, const QDate& day) {
+        QFile file(QFile::decodeName(path));
+        ASSERT_TRUE(file.open(QIODevice::ReadWrite));
+        ASSERT_TRUE(file.setFileTime(day.startOfDay(), QFileDevice::FileModificationTime));
+    }
+
     PhotographFolder folder_;
     MainWindow window_{
         {QStringLiteral(QUILLMARK_BUNDLE_DIR), folder_.filePath(QStringLiteral("journals")), {}, {}}};
@@ -129,6 +135,55 @@ TEST_F(Window, LooksAnewAtWhatIsOpenedAgain) {
     open({path}, 1);
     EXPECT_TRUE(waitUntil([this] { return isLoaded(0); }));
     EXPECT_FALSE(isUnreadable());
+}
+
+TEST_F(Window, LooksAnewAtWhatHasChangedWhenItsUserComesBack) {
+    const auto color = [this](int row) {
+        const auto thumbnail = index(row).data(Qt::DecorationRole).value<QImage>();
+        return thumbnail.isNull() ? QColor() : thumbnail.pixelColor(0, 0);
+    };
+    const QByteArray path = folder_.picture(QStringLiteral("a.png"), {600, 400}, Qt::red);
+    const QByteArray mended = folder_.file(QStringLiteral("b.png"), "no picture");
+    const QByteArray gone = folder_.picture(QStringLiteral("c.png"), {60, 40}, Qt::red);
+    open({path, mended, gone}, 3);
+    ASSERT_TRUE(waitUntil([&] { return color(0) == Qt::red && color(2) == Qt::red; }));
+    table()->setCurrentIndex(index(0));
+    key(Qt::Key_Space);
+    ASSERT_TRUE(preview()->isVisible());
+
+    QWidget otherProgram;
+    otherProgram.show();
+    otherProgram.activateWindow();
+    ASSERT_TRUE(waitUntil([this] { return !window_.isActiveWindow(); }));
+    folder_.picture(QStringLiteral("a.png"), {600, 400}, Qt::blue);
+    folder_.picture(QStringLiteral("b.png"), {60, 40}, Qt::blue);
+    ASSERT_TRUE(QFile::remove(QFile::decodeName(gone)));
+    window_.activateWindow();
+    EXPECT_TRUE(waitUntil([&] { return color(0) == Qt::blue && color(1) == Qt::blue; }));
+    EXPECT_FALSE(index(1).data(Qt::AccessibleTextRole).toString().contains(QStringLiteral("cannot be read")));
+    EXPECT_TRUE(waitUntil([this] {
+        const QImage shown = preview()->grab().toImage();
+        return shown.pixelColor(shown.rect().center()) == Qt::blue;
+    }));
+    // Of what is gone the last that was seen stays.
+    EXPECT_EQ(color(2), QColor(Qt::red));
+}
+
+TEST_F(Window, SortsWhatHasChangedByItsNewTime) {
+    const QByteArray older = folder_.picture(QStringLiteral("a.png"));
+    const QByteArray newer = folder_.picture(QStringLiteral("b.png"));
+    setFileTime(older, QDate(2020, 1, 1));
+    setFileTime(newer, QDate(2021, 1, 1));
+    open({older, newer}, 2);
+    action("Sort by Capture Time")->trigger();
+    EXPECT_EQ(index(0).data().toString(), QStringLiteral("a.png"));
+    QWidget otherProgram;
+    otherProgram.show();
+    otherProgram.activateWindow();
+    ASSERT_TRUE(waitUntil([this] { return !window_.isActiveWindow(); }));
+    setFileTime(older, QDate(2022, 1, 1));
+    window_.activateWindow();
+    EXPECT_TRUE(waitUntil([this] { return index(0).data().toString() == QStringLiteral("b.png"); }));
 }
 
 TEST_F(Window, SelectsWithTheMouseLikeAFileManager) {

@@ -10,6 +10,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+
 using namespace host::desktop;
 using test_support::waitUntil;
 
@@ -148,6 +150,44 @@ TEST_F(Loader, LoadsALargerOneAnew) {
     loader_.want(paths, 256);
     ASSERT_TRUE(waitUntil([this] { return loaded_.size() == 2; }));
     EXPECT_EQ(loader_.picture(paths[0]).width(), 256);
+}
+
+TEST_F(Loader, ReadsAnewWhatItHasForgotten) {
+    const QByteArray changed = folder_.picture(QStringLiteral("a.png"), {60, 40}, Qt::red);
+    const QByteArray mended = folder_.file(QStringLiteral("b.png"), "no picture");
+    const QByteArray other = folder_.picture(QStringLiteral("c.png"));
+    loader_.want({changed, mended, other}, 128);
+    ASSERT_TRUE(waitUntil([this] { return loaded_.size() + failed_.size() == 3; }));
+    folder_.picture(QStringLiteral("a.png"), {60, 40}, Qt::blue);
+    folder_.picture(QStringLiteral("b.png"));
+    loader_.forget({changed, mended});
+    EXPECT_TRUE(loader_.picture(changed).isNull());
+    EXPECT_FALSE(loader_.isUnreadable(mended));
+    loader_.want({changed, mended, other}, 128);
+    ASSERT_TRUE(waitUntil([this] { return loaded_.size() == 4; }));
+    EXPECT_EQ(loader_.picture(changed).pixelColor(0, 0), QColor(Qt::blue));
+    EXPECT_FALSE(loader_.picture(mended).isNull());
+    EXPECT_EQ(loaded_.count(QStringLiteral("c.png")), 1);
+}
+
+TEST_F(Pictures, ThatWereBeingReadWhenTheyWereForgottenAreNotKept) {
+    PictureLoader loader(1, 16 * kMebibyte);
+    // So large that it takes a while to decode.
+    folder_.picture(QStringLiteral("large.png"), {6000, 4000}, Qt::red);
+    // One of these moments is in the middle of it.
+    for (const int milliseconds : {5, 20, 50, 100, 200}) {
+        const QString name = QStringLiteral("%1.png").arg(milliseconds);
+        const QByteArray next = folder_.picture(QStringLiteral("next.png"), {60, 40}, Qt::blue);
+        ASSERT_TRUE(QFile::copy(folder_.filePath(QStringLiteral("large.png")), folder_.filePath(name)));
+        const QByteArray path = QFile::encodeName(folder_.filePath(name));
+        loader.want({path}, 128);
+        test_support::runLoopFor(std::chrono::milliseconds(milliseconds));
+        ASSERT_EQ(rename(next.constData(), path.constData()), 0);
+        loader.forget({path});
+        loader.want({path}, 128);
+        ASSERT_TRUE(waitUntil([&] { return !loader.picture(path).isNull(); }));
+        EXPECT_EQ(loader.picture(path).pixelColor(0, 0), QColor(Qt::blue)) << milliseconds;
+    }
 }
 
 TEST_F(Loader, TellsWhatCannotBeReadOnce) {
