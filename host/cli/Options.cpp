@@ -1,5 +1,7 @@
 #include "host/cli/Options.h"
 
+#include "host/core/FileList.h"
+
 #include <QtCore/QRegularExpression>
 #include <QtCore/QStringDecoder>
 
@@ -28,6 +30,7 @@ quillmark-export --resume [options]
   --resize WxH            the resize box, at least 1280x1280, where the account allows it
   --quality N             0 to 12
   --colorspace NAME       srgb, adobe-rgb or prophoto
+  --files0-from FILE      further images: their names are in FILE, each ended by a zero byte
   --resume                export what an earlier run has left, to the event of --event or to the only one for
                           which something is left, with the same choices; see the manual page
   --list                  print events with their categories, and pricing templates, then end
@@ -96,6 +99,14 @@ ColorSpaceChoice colorSpace(const QByteArray& value) {
         QStringLiteral("--colorspace takes srgb, adobe-rgb or prophoto, not \"%1\"").arg(shown(value))};
 }
 
+void addListedImages(Options& options, const QByteArray& value) {
+    QString error;
+    const auto listed = fileList(value, error);
+    if (!listed)
+        throw Fault{QStringLiteral("the images of %1 can't be read: %2").arg(shown(value), error)};
+    options.images.insert(options.images.end(), listed->begin(), listed->end());
+}
+
 const std::vector<OptionDescription>& descriptions() {
     using Value = const QByteArray&;
     static const std::vector<OptionDescription> all{
@@ -111,6 +122,7 @@ const std::vector<OptionDescription>& descriptions() {
         {"--resize", true, [](Options& o, Value v) { o.resize = resizeBox(v); }},
         {"--quality", true, [](Options& o, Value v) { o.quality = quality(v); }},
         {"--colorspace", true, [](Options& o, Value v) { o.colorspace = colorSpace(v); }},
+        {"--files0-from", true, addListedImages},
         {"--list", false, [](Options& o, Value) { o.list = true; }},
         {"--resume", false, [](Options& o, Value) { o.resume = true; }},
         {"--json", false, [](Options& o, Value) { o.json = true; }},

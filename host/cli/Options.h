@@ -44,8 +44,9 @@ struct UsageError {
     bool json = false; ///< Whether "--json" is among the options, before or behind the fault.
 };
 
-/// Reads the arguments, without the program's name: "--option=value" and "--option value", options and images
-/// in any order, only images after "--". Of an option given twice the last counts.
+/// Reads the arguments, and the files of names among them, without the program's name: "--option=value" and
+/// "--option value", options and images in any order, only images after "--". Of an option given twice the
+/// last counts.
 std::variant<Options, UsageError> parseOptions(const std::vector<QByteArray>& arguments);
 
 /// What "--help" prints.

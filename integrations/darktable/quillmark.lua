@@ -70,6 +70,17 @@ local function run(command)
     return dt.control.execute(command) == 0
 end
 
+-- A command can't hold the names of many pictures: they go through a file.
+local function write_list(extra)
+    local path = extra.folder .. "/files"
+    local file = io.open(path, "wb")
+    if not file then
+        return nil
+    end
+    local written = file:write(table.concat(extra.files, "\0"), "\0")
+    return file:close() and written and path
+end
+
 local function base_name(path)
     return path:match("[^/]+$") or path
 end
@@ -134,24 +145,16 @@ local function store(_, image, _, filename, number, total, _, extra)
     end
 end
 
-local function words(files)
-    local all = {}
-    for _, file in ipairs(files) do
-        table.insert(all, quoted(file))
-    end
-    return table.concat(all, " ")
-end
-
-local function show(extra)
+local function show(extra, list)
     -- On its own: it goes on when darktable ends.
-    if run("setsid -f quillmark -- " .. words(extra.files) .. " </dev/null >/dev/null 2>&1") then
+    if run("setsid -f quillmark --files0-from=" .. quoted(list) .. " </dev/null >/dev/null 2>&1") then
         dt.print(string.format("%d pictures are on Quillmark's light table", #extra.files))
     else
         dt.print("Quillmark could not be started; the pictures are in " .. extra.folder)
     end
 end
 
-local function send(extra)
+local function send(extra, list)
     local command = {"quillmark-export", "--quiet"}
     local function option(name, value)
         if value ~= "" then
@@ -167,11 +170,16 @@ local function send(extra)
     end
     local log = extra.folder .. "/quillmark-export.log"
     -- No terminal: a password that is not remembered can't be asked for.
-    table.insert(command, "-- " .. words(extra.files) .. " </dev/null >" .. quoted(log) .. " 2>&1")
+    table.insert(command, "--files0-from=" .. quoted(list) .. " </dev/null >" .. quoted(log) .. " 2>&1")
     dt.print(string.format("Quillmark: sending %d pictures", #extra.files))
-    if run("setsid -w " .. table.concat(command, " ")) then
+    local statement = "setsid -w " .. table.concat(command, " ")
+    -- Before the export began there was nothing to go on with.
+    local not_begun = "case $? in 2 | 3 | 4) touch -- " .. quoted(extra.folder .. "/not-begun") .. " ;; esac"
+    if run(statement .. " || { " .. not_begun .. "; false; }") then
         run("rm -rf -- " .. quoted(extra.folder))
         dt.print(string.format("Quillmark: all %d pictures are at the service", #extra.files))
+    elseif exists(extra.folder .. "/not-begun") then
+        dt.print("Quillmark: the export could not begin; the pictures are in " .. extra.folder .. ". See " .. log)
     else
         dt.print("Quillmark: not all pictures are at the service; \"quillmark-export --resume\" goes on. See " .. log)
     end
@@ -184,10 +192,14 @@ local function finalize(_, _, extra)
     end
     if not extra.files or #extra.files == 0 then
         return
+    end
+    local list = write_list(extra)
+    if not list then
+        dt.print_error("Quillmark: the pictures are in " .. extra.folder .. ", and could not be handed over")
     elseif way.value == COMMAND then
-        send(extra)
+        send(extra, list)
     else
-        show(extra)
+        show(extra, list)
     end
 end
 

@@ -7,7 +7,7 @@ _quillmark_export() {
         --user | --event | --category | --project | --pricing | --resize)
             return
             ;;
-        --password-file)
+        --password-file | --files0-from)
             _filedir
             return
             ;;
@@ -27,7 +27,7 @@ _quillmark_export() {
     $split && return
     if [[ $cur == -* ]]; then
         COMPREPLY=($(compgen -W '--user --password-file --remember --ephemeral --event --category
-            --auto-categories --project --pricing --resize --quality --colorspace --resume --list --json --quiet
+            --auto-categories --project --pricing --resize --quality --colorspace --files0-from --resume --list --json --quiet
             --plugin --help --version' -- "$cur"))
         return
     fi

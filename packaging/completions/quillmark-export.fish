@@ -12,6 +12,7 @@ complete -c quillmark-export -l pricing -x -d 'Pricing template, by its name or 
 complete -c quillmark-export -l resize -x -d 'Resize box, such as 2560x2560'
 complete -c quillmark-export -l quality -x -a '(seq 0 12)' -d 'JPEG quality'
 complete -c quillmark-export -l colorspace -x -a 'srgb adobe-rgb prophoto' -d 'Colour space of resized images'
+complete -c quillmark-export -l files0-from -r -F -d 'Names of further images, each ended by a zero byte'
 complete -c quillmark-export -l resume -d 'Export what an earlier run has left'
 complete -c quillmark-export -l list -d 'Print events and pricing templates'
 complete -c quillmark-export -l json -d 'One JSON object a line'

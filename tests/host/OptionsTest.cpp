@@ -1,5 +1,8 @@
 #include "host/cli/Options.h"
 
+#include <QtCore/QFile>
+#include <QtCore/QTemporaryDir>
+
 #include <gtest/gtest.h>
 
 using namespace host::cli;
@@ -37,6 +40,20 @@ TEST(Options, StandBeforeBetweenAndBehindImages) {
     EXPECT_EQ(o.images, (std::vector<QByteArray>{"a.tif", "b.tif"}));
     EXPECT_TRUE(o.json);
     EXPECT_EQ(o.quality, 9);
+}
+
+TEST(Options, TakeFurtherImagesFromAFile) {
+    const QTemporaryDir folder;
+    QFile list(folder.filePath(QStringLiteral("list")));
+    ASSERT_TRUE(list.open(QIODevice::WriteOnly));
+    list.write("--b.tif\0c\n.tif\0", 15);
+    list.close();
+    const QByteArray option = "--files0-from=" + QFile::encodeName(list.fileName());
+    EXPECT_EQ(options({"a.tif", option, "d.tif"}).images,
+              (std::vector<QByteArray>{"a.tif", "--b.tif", "c\n.tif", "d.tif"}));
+    EXPECT_EQ(refusal({"--resume", option}), "--resume takes no images: it exports those that are left");
+    EXPECT_EQ(refusal({"--files0-from", "/no/such", "--json"}),
+              "the images of /no/such can't be read: No such file or directory");
 }
 
 TEST(Options, EndAtTwoHyphens) {
