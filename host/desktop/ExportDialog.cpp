@@ -28,6 +28,7 @@ ExportDialog::ExportDialog(QWidget& view, HostedPlugIn& plugIn, const QString& h
     setWindowTitle(tr("Export to Quillmark"));
     setWindowModality(Qt::WindowModal);
     auto* const headingLabel = new QLabel(heading);
+    headingLabel->setObjectName(QStringLiteral("heading"));
     headingLabel->setTextFormat(Qt::PlainText);
     headingLabel->setWordWrap(true);
     notice_->setTextFormat(Qt::PlainText);

@@ -23,12 +23,15 @@ constexpr auto kPatienceWithTheBroken = 1s;
 /// How long it may take to answer a cancel.
 constexpr auto kPatienceWithTheCancelled = 3s;
 
-const QString kCannotDecode = QStringLiteral("It cannot be read as a picture.");
-const QString kCancelled = QStringLiteral("The export was cancelled before its turn came.");
-const QString kNothingPrepared = QStringLiteral("None of the photographs could be prepared.");
-const QString kNoThread =
-    QStringLiteral("The system has no thread left in which the photographs could be prepared.");
-const QString kBrokeOff = QStringLiteral("The export broke off.");
+constexpr const char* kCannotDecode =
+    QT_TRANSLATE_NOOP("host::desktop::ExportRun", "It cannot be read as a picture.");
+constexpr const char* kCancelled =
+    QT_TRANSLATE_NOOP("host::desktop::ExportRun", "The export was cancelled before its turn came.");
+constexpr const char* kNothingPrepared =
+    QT_TRANSLATE_NOOP("host::desktop::ExportRun", "None of the photographs could be prepared.");
+constexpr const char* kNoThread = QT_TRANSLATE_NOOP(
+    "host::desktop::ExportRun", "The system has no thread left in which the photographs could be prepared.");
+constexpr const char* kBrokeOff = QT_TRANSLATE_NOOP("host::desktop::ExportRun", "The export broke off.");
 
 std::vector<ExportedImage> exportedImages(const std::vector<RecordedImage>& images) {
     std::vector<ExportedImage> exported;
@@ -157,8 +160,8 @@ QString ExportRun::heading() const {
         return tr("The service will be asked again to process what was uploaded to “%1”. No photograph is "
                   "sent.")
             .arg(event);
-    return tr("%1 that remain of the export to “%2” will be exported.")
-        .arg(photographs(job_.imageCount()), event);
+    return tr("What remains of the export to “%1” will be exported: %2.")
+        .arg(event, photographs(job_.imageCount()));
 }
 
 void ExportRun::presetChoices() {
@@ -242,7 +245,7 @@ void ExportRun::imageWritten(std::uint32_t index, const QString& path) {
 }
 
 void ExportRun::imageLeftOut(std::uint32_t index) {
-    imageNotOffered(index, kCannotDecode);
+    imageNotOffered(index, tr(kCannotDecode));
 }
 
 void ExportRun::imageNotOffered(std::uint32_t index, const QString& reason) {
@@ -255,13 +258,13 @@ void ExportRun::imagesEnded(bool all) {
         return;
     if (!all) {
         // Nobody has stopped it: it could not begin.
-        reason_ = kNoThread;
+        reason_ = tr(kNoThread);
         cancelThroughPlugIn(End::Failed);
         return;
     }
     if (!hasPreparedOne_ && !journal_->record().attempt.empty()) {
         // Finishing would have the service process an event to which nothing was sent.
-        reason_ = kNothingPrepared;
+        reason_ = tr(kNothingPrepared);
         cancelThroughPlugIn(End::Failed);
         return;
     }
@@ -276,12 +279,12 @@ void ExportRun::imageUploaded(const QString& path) {
 
 void ExportRun::folderChainEnded(bool complete) {
     if (!complete)
-        breakOff(kBrokeOff);
+        breakOff(tr(kBrokeOff));
 }
 
 void ExportRun::uploadEnded(bool complete) {
     if (!complete)
-        breakOff(kBrokeOff);
+        breakOff(tr(kBrokeOff));
 }
 
 void ExportRun::alertShown(const hostapi::Alert& alert) {
@@ -352,7 +355,7 @@ void ExportRun::conclude(End end) {
     cancelTimer_.stop();
     plugIn_->end();
     if (journal_)
-        journal_->attemptEnded(end == End::Cancelled && reason_.isEmpty() ? kCancelled : reason_);
+        journal_->attemptEnded(end == End::Cancelled && reason_.isEmpty() ? tr(kCancelled) : reason_);
     standTimer_.start(kStandInterval);
 }
 

@@ -37,8 +37,6 @@ public:
 
     /// The dialog is closed, and the plug-in works.
     bool isExporting() const { return stage_ != Stage::Choosing; }
-    /// What is known of the export; empty before it has begun.
-    const ExportRecord* record() const { return journal_ ? &journal_->record() : nullptr; }
     /// Why it failed, for a person to read.
     const QString& reason() const { return reason_; }
     /// Why outcomes could not be kept on the disk; without a value where all were.

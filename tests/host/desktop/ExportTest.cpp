@@ -98,6 +98,8 @@ TEST_F(ExportWindow, WhatWasLeftOutIsListedWithItsReasonAndCanBeTriedAgain) {
     plugIn_.tell("");
     press(summary(), "exportRemainingButton");
     ASSERT_TRUE(waitForDialog());
+    EXPECT_EQ(control<QLabel>(QLatin1String("heading"))->text().toStdString(),
+              "What remains of the export to “Smith Wedding” will be exported: 1 photograph.");
     logIn();
     press(exportDialog(), "exportButton");
     ASSERT_TRUE(waitForSummary());
