@@ -81,12 +81,9 @@ bool HostedPlugIn::activate(QString& error) {
     return false;
 }
 
-void HostedPlugIn::requestExport() {
-    lookTimer_.start(kLookInterval);
-    plugIn_->exportManagerShouldBeginExport();
-}
-
 void HostedPlugIn::beginImages() {
+    lookTimer_.start(kLookInterval);
+    lookAtProgress();
     plugIn_->exportManagerWillBeginExportToPath(exportFolder());
     exportThread_ = std::make_unique<ExportThread>(plugIn_, std::move(images_), exportFolder(), client_,
                                                    [watch = progressWatch_] { watch->look(); });

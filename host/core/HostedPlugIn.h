@@ -45,11 +45,12 @@ public:
     /// it wants what none of our hosts has; it has been cancelled then.
     bool activate(QString& error);
 
-    /// The user wants to export. The record is looked at from now on.
-    void requestExport();
+    /// The user wants to export.
+    void requestExport() { plugIn_->exportManagerShouldBeginExport(); }
     /// Where the plug-in wants its files.
     const QString& exportFolder() const { return answers_.destinationPath; }
-    /// The plug-in has asked for it: offers the images, on a thread of their own.
+    /// The plug-in has asked for it: offers the images, on a thread of their own. The record is looked at
+    /// from now on.
     void beginImages();
     /// All have been offered.
     void finishImages();
@@ -63,7 +64,7 @@ public:
     /// Last of all.
     void deactivate() { plugIn_->willBeDeactivated(); }
 
-    /// Once the export has been requested: looks whether the record has changed. It is looked at regularly
+    /// While the export runs: looks whether the record has changed. It is looked at regularly
     /// anyway.
     void lookAtProgress();
 

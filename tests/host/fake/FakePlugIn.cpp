@@ -112,7 +112,6 @@ public:
 
     void exportManagerShouldBeginExport() override {
         log(QStringLiteral("shouldBeginExport"));
-        isExporting_ = true;
         logChoices();
         if (has("refuses")) {
             services_->alertPresenter()->beginSheet({hostapi::AlertStyle::Warning,
@@ -122,6 +121,7 @@ public:
             return;
         }
         change(1, manager_->imageCount(), QStringLiteral("Step 1"));
+        isExporting_ = true;
         manager_->shouldBeginExport();
     }
     void exportManagerWillBeginExportToPath(const QString& path) override {
