@@ -98,7 +98,7 @@ void PhotographModel::add(std::vector<Photograph> photographs) {
                         std::make_move_iterator(photographs.end()));
     numberRows();
     endInsertRows();
-    sort();
+    sortPhotographs();
 }
 
 void PhotographModel::clear() {
@@ -112,10 +112,10 @@ void PhotographModel::setSortOrder(SortOrder order) {
     if (order == order_)
         return;
     order_ = order;
-    sort();
+    sortPhotographs();
 }
 
-void PhotographModel::sort() {
+void PhotographModel::sortPhotographs() {
     std::vector<int> formerRows(photographs_.size());
     std::iota(formerRows.begin(), formerRows.end(), 0);
     std::sort(formerRows.begin(), formerRows.end(),
@@ -169,7 +169,7 @@ void PhotographModel::setCaptureTimes(const std::vector<std::pair<QByteArray, QD
             photographs_[static_cast<std::size_t>(row)].captured = time;
     }
     if (order_ == SortOrder::CaptureTime)
-        sort();
+        sortPhotographs();
 }
 
 void PhotographModel::setChanged(const std::vector<SeenFile>& files) {
@@ -188,7 +188,7 @@ void PhotographModel::setChanged(const std::vector<SeenFile>& files) {
     for (const QByteArray& path : paths)
         changed(path, {StateRole, Qt::DecorationRole, Qt::ToolTipRole, Qt::AccessibleTextRole});
     if (order_ == SortOrder::CaptureTime)
-        sort();
+        sortPhotographs();
 }
 
 void PhotographModel::setThumbnails(std::function<QImage(const QByteArray&)> thumbnail) {

@@ -57,7 +57,7 @@ Q_SIGNALS:
     void filesChanged(const std::vector<QByteArray>& paths);
 
 private:
-    void sort();
+    void sortPhotographs();
     void numberRows();
     void changed(const QByteArray& path, const QList<int>& roles);
 
