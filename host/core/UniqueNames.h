@@ -9,11 +9,16 @@ namespace host {
 /// The part of a file name before its extension: up to the last dot, unless that dot begins the name.
 QString stemOf(const QString& fileName);
 
+/// The name of the file that a plug-in makes of an image offered as `name`: STEM.jpg.
+QString preparedName(const QString& name);
+
 /// The names under which files are offered to a plug-in that writes each as STEM.jpg.
 ///
 /// The first file of a stem keeps its name; every further one, also when only the letters' case differs,
 /// gets "-2", "-3"... after the stem, passing over the stems of all other files. The answer is as long as
-/// `fileNames`, and no two of its stems are equal in any case of their letters.
+/// `fileNames`, and no two of its stems are equal in any case of their letters. Control characters, which FTP
+/// can't send, become "_", and a stem is shortened so far that no STEM.jpg is longer than a file's name may
+/// be.
 std::vector<QString> uniqueNames(const std::vector<QString>& fileNames);
 
 } // namespace host

@@ -46,3 +46,34 @@ TEST(UniqueNames, OnlyTheLastDotBeginsTheExtension) {
     EXPECT_EQ(uniqueNames(texts({"a.b.tif", "a.b.png", "a.c.png"})),
               texts({"a.b.tif", "a.b-2.png", "a.c.png"}));
 }
+
+TEST(UniqueNames, AreNeverTooLongForTheFilesThatAreMadeOfThem) {
+    const QString longest = QString(251, QLatin1Char('x'));
+    const auto names = uniqueNames({longest + QStringLiteral(".jpg"), longest + QStringLiteral(".tif"),
+                                    longest + QStringLiteral("yy.p"), QString(255, QLatin1Char('z'))});
+    EXPECT_EQ(names[0], longest + QStringLiteral(".jpg"));
+    EXPECT_EQ(names[1], QString(249, QLatin1Char('x')) + QStringLiteral("-2.tif"));
+    EXPECT_EQ(names[2], QString(249, QLatin1Char('x')) + QStringLiteral("-3.p"));
+    EXPECT_EQ(names[3], QString(251, QLatin1Char('z')));
+}
+
+TEST(UniqueNames, AreShortenedWithoutSplittingACharacter) {
+    for (const char* const character : {"é", "写", "😀"}) {
+        const QString name = QString::fromUtf8(character).repeated(100) + QStringLiteral("aaa");
+        for (const QString& unique : uniqueNames({name.repeated(3), name.repeated(3)})) {
+            EXPECT_LE(host::preparedName(unique).toUtf8().size(), 255);
+            EXPECT_GT(host::preparedName(unique).toUtf8().size(), 251);
+            EXPECT_EQ(QString::fromUtf8(unique.toUtf8()), unique);
+        }
+    }
+}
+
+TEST(UniqueNames, HoldNoControlCharacters) {
+    EXPECT_EQ(uniqueNames(texts({"new\nline.jpg", "tab\there\x7f.t\rif", "next\u0085line.png"})),
+              texts({"new_line.jpg", "tab_here_.t_if", "next_line.png"}));
+}
+
+TEST(UniqueNames, ThatHadToBeChangedGiveWayToThoseThatFilesBringAlong) {
+    EXPECT_EQ(uniqueNames(texts({"a\nb.jpg", "a\tb.jpg", "a_b.tif"})),
+              texts({"a_b-2.jpg", "a_b-3.jpg", "a_b.tif"}));
+}
