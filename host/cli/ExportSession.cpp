@@ -31,6 +31,7 @@ const QString kAnotherDestination =
 const QString kNoThread =
     QStringLiteral("the system has no thread left in which the images could be prepared");
 const QString kCancelled = QStringLiteral("The export was cancelled.");
+const QString kNothingPrepared = QStringLiteral("no image could be prepared");
 
 QString inOneLine(const hostapi::Alert& alert) {
     return alert.informativeText && !alert.informativeText->isEmpty()
@@ -74,11 +75,6 @@ WishedChoices wishesOf(const Options& options) {
     if (options.colorspace)
         wishes.colorSpace = static_cast<int>(*options.colorspace);
     return wishes;
-}
-
-/// The name that the plug-in gives the file that it makes of an image offered as `name`.
-QString preparedName(const QString& name) {
-    return stemOf(name) + QStringLiteral(".jpg");
 }
 
 } // namespace
@@ -314,10 +310,13 @@ void ExportSession::exportShouldCancel() {
     if (!listens())
         return;
     reporter_.hostCall("shouldCancelExport");
-    if (cancelOutcome_)
+    if (cancelOutcome_) {
         conclude(*cancelOutcome_);
-    else
-        conclude(Outcome::Failed, QStringLiteral("the plug-in has cancelled the export"));
+        return;
+    }
+    // A plug-in that breaks off may leave the rest of the cancel to its host: its windows, its timers.
+    plugIn_->cancel();
+    conclude(Outcome::Failed, QStringLiteral("the plug-in has cancelled the export"));
 }
 
 void ExportSession::exportShouldFinish() {
@@ -328,7 +327,12 @@ void ExportSession::exportShouldFinish() {
     reporter_.hostCall("shouldFinishExport");
     reporter_.result(
         QStringLiteral("%1 of %2 images exported.").arg(images_.size() - leftOutCount_).arg(images_.size()));
-    conclude(leftOutCount_ == 0 ? Outcome::Finished : Outcome::Partial);
+    if (leftOutCount_ == 0)
+        conclude(Outcome::Finished);
+    else if (leftOutCount_ < images_.size())
+        conclude(Outcome::Partial);
+    else
+        conclude(Outcome::Failed, kNothingPrepared);
 }
 
 void ExportSession::alertShown(const hostapi::Alert& alert, AlertModality modality) {
@@ -337,7 +341,10 @@ void ExportSession::alertShown(const hostapi::Alert& alert, AlertModality modali
     if (!counts)
         return;
     if (alert.style == hostapi::AlertStyle::Critical) {
-        trouble_ = inOneLine(alert);
+        const QString told = inOneLine(alert);
+        trouble_ = trouble_.isEmpty() ? told : trouble_ + QLatin1Char(' ') + told;
+        if (journal_)
+            journal_->troubleTold(told);
         watchdogs_.criticalAlertAnswered();
     } else if (alert.style == hostapi::AlertStyle::Warning && phase_ == Phase::Beginning) {
         conclude(Outcome::Refused);
@@ -378,9 +385,10 @@ void ExportSession::imagesEnded(bool all) {
         cancel(Outcome::Failed, watchdogs_.quietLimit());
         return;
     }
-    if (!somethingCanBeFinished()) {
-        // Finishing would have the service process an event to which nothing was sent.
-        reporter_.complaint(QStringLiteral("no image could be prepared"));
+    if (journal_)
+        journal_->offeringEnded();
+    if (!isToBeFinished(images_.size(), leftOutCount_, journal_ ? &journal_->record() : nullptr)) {
+        reporter_.complaint(kNothingPrepared);
         cancel(Outcome::Failed, watchdogs_.quietLimit());
         return;
     }
@@ -426,11 +434,6 @@ void ExportSession::finishingRequestUnanswered() {
         conclude(*cancelOutcome_);
     else
         conclude(Outcome::Unconfirmed, kUnconfirmed);
-}
-
-/// Something was prepared now, or was uploaded by an earlier run and not confirmed.
-bool ExportSession::somethingCanBeFinished() const {
-    return leftOutCount_ < images_.size() || (journal_ && journal_->record().lacksConfirmation());
 }
 
 void ExportSession::leaveOut(std::uint32_t index, const QString& reason) {

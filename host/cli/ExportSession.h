@@ -69,7 +69,6 @@ private:
     void listsLoaded();
     void enter(Phase phase);
     void beginJournal();
-    bool somethingCanBeFinished() const;
     void leaveOut(std::uint32_t index, const QString& reason);
     void tellPrepared(std::uint32_t index, const QString& path);
 
@@ -116,7 +115,7 @@ private:
 
     std::vector<ExportedImage> images_;
     std::shared_ptr<ExportJournal> journal_;
-    QString trouble_; ///< What went wrong last, in words that say why images are not uploaded.
+    QString trouble_; ///< What went wrong, in words that say why images are not uploaded.
     std::size_t leftOutCount_ = 0;
     Phase phase_ = Phase::Login;
     QString status_;

@@ -3,6 +3,7 @@
 #include "host/core/JournalFile.h"
 #include "host/core/JournalFolder.h"
 #include "host/core/JournalFormat.h"
+#include "host/core/UniqueNames.h"
 
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
@@ -16,6 +17,8 @@ using Durability = JournalFile::Durability;
 namespace {
 
 const QString kDied = QStringLiteral("The program ended before the image was uploaded.");
+const QString kNotWritten = QStringLiteral("Its file could not be written into the temporary folder.");
+const QString kNoTurn = QStringLiteral("Its turn did not come.");
 /// Of the lines about an image, at most: prepared, its path, left out or uploaded. And of a few others.
 constexpr qint64 kGrowthPerImage = 512;
 constexpr qint64 kGrowthBesides = 4096;
@@ -95,6 +98,7 @@ void ExportJournal::beginAttempt(const ExportChoices& choices, std::vector<std::
                                  const QString& exportFolder) {
     note(journal_format::attemptBegan(choices, images, exportFolder, bootId()), Durability::Now);
     lastSent_ = QDateTime::currentDateTime();
+    endsAtImage_ = false;
     QFile marker(markerPath());
     marker.open(QIODevice::WriteOnly | QIODevice::NewOnly);
 }
@@ -124,6 +128,31 @@ void ExportJournal::imageUploaded(const QString& path) {
     lastSent_ = QDateTime::currentDateTime();
 }
 
+void ExportJournal::offeringEnded() {
+    for (const std::size_t index : record_.attempt) {
+        const RecordedImage& image = record_.images[index];
+        if (image.outcome == ImageOutcome::NotUploaded && image.preparedPath.isEmpty())
+            note(journal_format::imageFailed(index, kNotWritten), Durability::Eventually);
+    }
+}
+
+void ExportJournal::troubleTold(const QString& text) {
+    // The plug-in uploads in the order in which it got the images.
+    const auto next = std::find_if(record_.attempt.begin(), record_.attempt.end(), [&](std::size_t index) {
+        return record_.images[index].outcome == ImageOutcome::NotUploaded;
+    });
+    if (next == record_.attempt.end())
+        return;
+    const RecordedImage& image = record_.images[*next];
+    const QString file =
+        image.preparedPath.isEmpty() ? preparedName(image.name) : QFileInfo(image.preparedPath).fileName();
+    if (!text.contains(file))
+        return;
+    endsAtImage_ = true;
+    if (image.reason.isEmpty())
+        note(journal_format::imageFailed(*next, text), Durability::Eventually);
+}
+
 void ExportJournal::processingConfirmed() {
     note(journal_format::processingConfirmed(), Durability::Now);
     const QString folder = QFileInfo(path()).path();
@@ -144,7 +173,7 @@ void ExportJournal::confirmEarlierExports(const QString& folder) const {
 }
 
 void ExportJournal::attemptEnded(const QString& reason) {
-    note(journal_format::attemptEnded(reason), Durability::Now);
+    note(journal_format::attemptEnded(endsAtImage_ ? kNoTurn : reason), Durability::Now);
     QFile::remove(markerPath());
 }
 

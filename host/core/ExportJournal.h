@@ -47,12 +47,18 @@ public:
     void imagePrepared(std::uint32_t index, const QString& path);
     void imageLeftOut(std::uint32_t index, const QString& reason);
     void imageUploaded(const QString& path);
+    /// All images of the try were offered: those that were neither prepared nor left out could not be
+    /// written.
+    void offeringEnded();
+    /// Something went wrong, and was told in these words: where they name the file whose turn to be uploaded
+    /// it is, it was at that image.
+    void troubleTold(const QString& text);
 
     /// The plug-in has told its host to finish: the service has answered the finishing request. It holds for
     /// what earlier exports have uploaded to the event too, and their journals in the folder learn of it.
     void processingConfirmed();
-    /// The try is over. `reason`: why those of its images that are not uploaded are not; empty where there is
-    /// none.
+    /// The try is over. `reason`: why those of its images that are not uploaded are not, unless it ended at
+    /// one image; empty where there is none.
     void attemptEnded(const QString& reason);
 
     /// Why the file could not be written, at the first time; the record in memory is right all the same.
@@ -71,7 +77,8 @@ private:
 
     std::unique_ptr<JournalFile> file_;
     ExportRecord record_;
-    QDateTime lastSent_; ///< When the last image of the try was uploaded, or else the try began.
+    bool endsAtImage_ = false; ///< The try does.
+    QDateTime lastSent_;       ///< When the last image of the try was uploaded, or else the try began.
 };
 
 } // namespace host

@@ -10,6 +10,8 @@ std::vector<std::size_t> ExportRecord::remaining() const {
         if (images[i].outcome != ImageOutcome::Uploaded)
             indices.push_back(i);
     }
+    std::stable_partition(indices.begin(), indices.end(),
+                          [this](std::size_t index) { return !images[index].hasFailed; });
     return indices;
 }
 
@@ -24,6 +26,10 @@ bool ExportRecord::lacksConfirmation() const {
 
 bool ExportRecord::isSettled() const {
     return count(ImageOutcome::Uploaded) == images.size() && !lacksConfirmation();
+}
+
+bool isToBeFinished(std::size_t offered, std::size_t leftOut, const ExportRecord* record) {
+    return leftOut < offered || (record && record->lacksConfirmation());
 }
 
 bool sameEvent(const ExportRecord& one, const ExportRecord& other) {

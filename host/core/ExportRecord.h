@@ -26,6 +26,7 @@ struct RecordedImage {
     std::optional<QString> project{};
     ImageOutcome outcome = ImageOutcome::NotUploaded;
     QString reason{};       ///< Why it is not uploaded, for a person to read; empty where nothing is known.
+    bool hasFailed = false; ///< A try could not write it, or ended at it: the next one takes it last.
     QString preparedPath{}; ///< The plug-in's file, which it deletes once the server has confirmed it; empty
                             ///< where there is none.
 };
@@ -45,7 +46,8 @@ struct ExportRecord {
     QByteArray attemptBoot;           ///< Identifies the run of the system in which it began.
     bool attemptEnded = false;        ///< False while it runs, and where its process died.
 
-    /// The images that did not make it: not uploaded, or left out.
+    /// The images that did not make it: not uploaded, or left out. Those that have failed stand behind the
+    /// others, which they must not keep from their turn for ever.
     std::vector<std::size_t> remaining() const;
     std::size_t count(ImageOutcome outcome) const;
     /// Images are uploaded, and the service has not confirmed that it processes them: the finishing request
@@ -54,6 +56,11 @@ struct ExportRecord {
     /// Nothing is left to do.
     bool isSettled() const;
 };
+
+/// Whether the plug-in is to go on once all images of a try were offered, of which `leftOut` were left out:
+/// there is something to send, or what `record`'s earlier tries have sent waits for its confirmation. Else
+/// finishing would have the service process an event to which nothing was sent.
+bool isToBeFinished(std::size_t offered, std::size_t leftOut, const ExportRecord* record);
 
 /// Whether both go to the same event of the same account and service: one finishing request has it process
 /// the uploaded images of both.

@@ -38,14 +38,15 @@ const QString kBoot = QStringLiteral("boot");
 const QString kPrepared = QStringLiteral("prepared");
 const QString kPath = QStringLiteral("path");
 const QString kLeftOut = QStringLiteral("leftOut");
+const QString kFailed = QStringLiteral("failed");
 const QString kReason = QStringLiteral("reason");
 const QString kUploaded = QStringLiteral("uploaded");
 const QString kConfirmed = QStringLiteral("confirmed");
 const QString kEnded = QStringLiteral("ended");
 
 /// Changes when what an older program wrote, or a newer one writes, can't be taken for the same. Version 1
-/// did not note the service.
-constexpr int kVersion = 2;
+/// did not note the service, version 2 no image that failed.
+constexpr int kVersion = 3;
 constexpr std::size_t kMostImages = 1'000'000;
 /// What stays readable in a source's path; all other bytes are percent-encoded, since they need not be text.
 constexpr char kPlainInPaths[] = "/ +,()[]@";
@@ -168,6 +169,7 @@ void beginAttempt(const QJsonObject& object, ExportRecord& record) {
 void upload(RecordedImage& image, ExportRecord& record) {
     image.outcome = ImageOutcome::Uploaded;
     image.reason.clear();
+    image.hasFailed = false;
     // What was confirmed before did not cover this image.
     record.processingConfirmed = false;
 }
@@ -192,6 +194,10 @@ void applyObject(const QJsonObject& object, ExportRecord& record) {
         RecordedImage& leftOut = image(kLeftOut);
         leftOut.reason = text(object, kReason);
         leftOut.outcome = ImageOutcome::LeftOut;
+    } else if (object.contains(kFailed)) {
+        RecordedImage& failed = image(kFailed);
+        failed.reason = text(object, kReason);
+        failed.hasFailed = true;
     } else if (object.contains(kUploaded)) {
         upload(image(kUploaded), record);
     } else if (object.contains(kConfirmed)) {
@@ -293,6 +299,10 @@ QByteArray imagePrepared(std::size_t image, const QString& path) {
 
 QByteArray imageLeftOut(std::size_t image, const QString& reason) {
     return line({{kLeftOut, static_cast<qint64>(image)}, {kReason, reason}});
+}
+
+QByteArray imageFailed(std::size_t image, const QString& reason) {
+    return line({{kFailed, static_cast<qint64>(image)}, {kReason, reason}});
 }
 
 QByteArray imageUploaded(std::size_t image) {

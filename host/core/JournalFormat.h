@@ -16,6 +16,7 @@ QByteArray attemptBegan(const ExportChoices& choices, const std::vector<std::siz
                         const QString& folder, const QByteArray& boot);
 QByteArray imagePrepared(std::size_t image, const QString& path);
 QByteArray imageLeftOut(std::size_t image, const QString& reason);
+QByteArray imageFailed(std::size_t image, const QString& reason);
 QByteArray imageUploaded(std::size_t image);
 QByteArray processingConfirmed();
 QByteArray attemptEnded(const QString& reason);

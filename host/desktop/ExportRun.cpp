@@ -236,7 +236,6 @@ void ExportRun::exportProgressed(const hostapi::ExportProgress& progress) {
 void ExportRun::imagePrepared(std::uint32_t index, const QString& path) {
     if (end_ || !journal_)
         return;
-    hasPreparedOne_ = true;
     journal_->imagePrepared(index, path);
 }
 
@@ -249,8 +248,10 @@ void ExportRun::imageLeftOut(std::uint32_t index) {
 }
 
 void ExportRun::imageNotOffered(std::uint32_t index, const QString& reason) {
-    if (!end_ && journal_)
-        journal_->imageLeftOut(index, reason);
+    if (end_ || !journal_)
+        return;
+    ++leftOutCount_;
+    journal_->imageLeftOut(index, reason);
 }
 
 void ExportRun::imagesEnded(bool all) {
@@ -262,8 +263,8 @@ void ExportRun::imagesEnded(bool all) {
         cancelThroughPlugIn(End::Failed);
         return;
     }
-    if (!hasPreparedOne_ && !journal_->record().attempt.empty()) {
-        // Finishing would have the service process an event to which nothing was sent.
+    journal_->offeringEnded();
+    if (!isToBeFinished(journal_->record().attempt.size(), leftOutCount_, &journal_->record())) {
         reason_ = tr(kNothingPrepared);
         cancelThroughPlugIn(End::Failed);
         return;
@@ -291,10 +292,14 @@ void ExportRun::alertShown(const hostapi::Alert& alert) {
     ++openAlerts_;
     if (!cancelEnd_)
         cancelTimer_.stop();
-    if (alert.style == hostapi::AlertStyle::Critical && isExporting() && !end_)
-        reason_ = QStringList{alert.message, alert.informativeText.value_or(QString())}
-                      .join(QLatin1Char(' '))
-                      .trimmed();
+    if (alert.style != hostapi::AlertStyle::Critical || !isExporting() || end_)
+        return;
+    const QString told = QStringList{alert.message, alert.informativeText.value_or(QString())}
+                             .join(QLatin1Char(' '))
+                             .trimmed();
+    reason_ = reason_.isEmpty() ? told : reason_ + QLatin1Char(' ') + told;
+    if (journal_)
+        journal_->troubleTold(told);
 }
 
 void ExportRun::alertAnswered() {
@@ -315,10 +320,13 @@ void ExportRun::breakOff(const QString& reason) {
 // --- The end ---
 
 void ExportRun::exportShouldCancel() {
-    if (cancelEnd_)
+    if (cancelEnd_) {
         conclude(*cancelEnd_);
-    else if (isExporting())
+    } else if (isExporting() && !end_) {
+        // A plug-in that breaks off may leave the rest of the cancel to its host: its windows, its timers.
+        plugIn_->cancel();
         conclude(reason_.isEmpty() ? End::Cancelled : End::Failed);
+    }
 }
 
 void ExportRun::exportShouldFinish() {

@@ -100,7 +100,7 @@ private:
     QTimer standTimer_;
     Stage stage_ = Stage::Choosing;
     bool choicesArePreset_ = false;
-    bool hasPreparedOne_ = false;
+    std::size_t leftOutCount_ = 0;
     int openAlerts_ = 0;
     QString reason_;
     std::optional<End> cancelEnd_; ///< What a cancel that has begun ends with.

@@ -150,3 +150,53 @@ TEST_F(Journal, IsNotHeldByWhoeverLooksThroughTheFolder) {
     EXPECT_EQ(found[0].record->images.size(), 3U);
     EXPECT_FALSE(found[0].record->attemptEnded);
 }
+
+// --- Images at which a try ends ---
+
+TEST_F(Journal, SaysOfImagesThatWereNeitherPreparedNorLeftOutThatTheyCouldNotBeWritten) {
+    auto journal = begin(4);
+    prepare(*journal, 1);
+    journal->imageLeftOut(2, QStringLiteral("It is no picture."));
+    prepare(*journal, 3);
+    journal->offeringEnded();
+    journal->attemptEnded(QStringLiteral("It broke off."));
+    const QString path = journal->path();
+    journal.reset();
+    journal = reopen(path);
+    const ExportRecord& record = journal->record();
+    EXPECT_EQ(record.images[0].reason.toStdString(),
+              "Its file could not be written into the temporary folder.");
+    EXPECT_EQ(record.images[1].reason.toStdString(), "It broke off.");
+    EXPECT_EQ(outcomes(record), (std::vector{kNotUploaded, kNotUploaded, kLeftOut, kNotUploaded}));
+    EXPECT_EQ(record.remaining(), (std::vector<std::size_t>{1, 2, 3, 0}));
+}
+
+TEST_F(Journal, BlamesTheImageThatIsToldOfForItsOwnTroubleAlone) {
+    auto journal = begin(4);
+    for (const int image : {0, 1, 2, 3})
+        prepare(*journal, image);
+    upload(*journal, 0);
+    journal->troubleTold(QStringLiteral("There was an error uploading 1.jpg. It is forbidden."));
+    journal->attemptEnded(QStringLiteral("It failed."));
+    EXPECT_EQ(journal->record().images[1].reason.toStdString(),
+              "There was an error uploading 1.jpg. It is forbidden.");
+    EXPECT_EQ(journal->record().images[2].reason.toStdString(), "Its turn did not come.");
+
+    // Those at which earlier tries have ended come behind all others.
+    EXPECT_EQ(journal->record().remaining(), (std::vector<std::size_t>{2, 3, 1}));
+    journal->beginAttempt(journal->record().choices, journal->record().remaining(), exportFolder());
+    journal->troubleTold(QStringLiteral("There was an error reading 2.jpg."));
+    journal->attemptEnded(QStringLiteral("It failed."));
+    EXPECT_EQ(journal->record().remaining(), (std::vector<std::size_t>{3, 1, 2}));
+}
+
+TEST_F(Journal, BlamesNoImageForTroubleThatIsNotItsOwn) {
+    auto journal = begin(2);
+    prepare(*journal, 0);
+    prepare(*journal, 1);
+    journal->troubleTold(QStringLiteral("There was an error creating the remote directory."));
+    journal->attemptEnded(QStringLiteral("It failed."));
+    for (const int image : {0, 1})
+        EXPECT_EQ(journal->record().images[image].reason.toStdString(), "It failed.");
+    EXPECT_EQ(journal->record().remaining(), (std::vector<std::size_t>{0, 1}));
+}

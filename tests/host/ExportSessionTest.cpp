@@ -264,6 +264,8 @@ TEST_F(ExportSessionRun, WritesImagesForAPlugInThatWantsThemWritten) {
 
 TEST_F(ExportSessionRun, FailsWhereThePlugInCancels) {
     EXPECT_EQ(run("cancels"), Outcome::Failed);
+    EXPECT_EQ(plugIn_.log().count(QStringLiteral("shouldCancelExport")), 1)
+        << "it may have left windows open";
 }
 
 TEST_F(ExportSessionRun, FailsWhereAFinishFollowsACancel) {

@@ -168,7 +168,9 @@ TEST_F(Resume, TriesALeftOutImageAgainUnderItsName) {
 TEST_F(Resume, AsksForTheConfirmationEvenWhereNoImageCanBePrepared) {
     EXPECT_EQ(run("leaves-out=1 unanswered").wait(), 1);
     CommandRun& resumed = resume("leaves-out=0");
-    EXPECT_EQ(resumed.wait(), 6) << resumed.errors().toStdString();
+    EXPECT_EQ(resumed.wait(), 1) << "none was prepared";
+    EXPECT_TRUE(resumed.errors().contains("quillmark-export: no image could be prepared\n"))
+        << resumed.errors().toStdString();
     EXPECT_EQ(logged(QStringLiteral("didFinishExport")).size(), 1U);
     EXPECT_FALSE(journals().at(0).record->lacksConfirmation());
 }
@@ -306,4 +308,27 @@ TEST_F(Resume, IsNotNeededToExportWhereNoJournalCanBeKept) {
     EXPECT_TRUE(
         exported.errors().contains("no journal can be kept, so that --resume won't know of this export: "));
     EXPECT_EQ(uploads().size(), 3U);
+}
+
+TEST_F(Resume, TakesAnImageThatCantBeWrittenLastSoThatItKeepsNoOtherBack) {
+    EXPECT_EQ(run("unwritable=0").wait(), 1);
+    EXPECT_EQ(uploads(), Names{});
+    const host::ExportRecord record = *journals().at(0).record;
+    EXPECT_EQ(record.images[0].reason.toStdString(),
+              "Its file could not be written into the temporary folder.");
+    for (const int other : {1, 2})
+        EXPECT_EQ(record.images[other].reason.toStdString(), "Its turn did not come.");
+
+    EXPECT_EQ(resume("unwritable=2").wait(), 1);
+    EXPECT_EQ(uploads(), (Names{"a-2.jpg", "b.jpg"}));
+    CommandRun& last = resume();
+    EXPECT_EQ(last.wait(), 0) << last.errors().toStdString();
+    EXPECT_EQ(uploads(), Names{"a.jpg"});
+}
+
+TEST_F(Resume, KeepsAllThatWentWrongInItsOrder) {
+    EXPECT_EQ(run("alerts-twice").wait(), 1);
+    const host::ExportRecord record = *journals().at(0).record;
+    for (const host::RecordedImage& image : record.images)
+        EXPECT_EQ(image.reason.toStdString(), "It was so.: Line\nby line. It is so.: Line\nby line.");
 }

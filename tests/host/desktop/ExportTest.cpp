@@ -171,6 +171,52 @@ TEST_F(ExportWindow, AnUnconfirmedExportIsNeverCalledFinishedAndAskedAboutAgain)
     EXPECT_EQ(plugIn_.log().count(QStringLiteral("didFinishExport")), 2);
 }
 
+TEST_F(ExportWindow, TheConfirmationIsAskedForWithTheRemainingOnesEvenWhereNoneCanBePrepared) {
+    plugIn_.tell("leaves-out=1 unanswered");
+    selectPictures(2);
+    exportToTheSummary();
+    ASSERT_TRUE(text("details").contains(QStringLiteral("Exporting the remaining photographs asks it to")));
+    plugIn_.tell("leaves-out=0");
+    press(summary(), "exportRemainingButton");
+    ASSERT_TRUE(waitForDialog());
+    logIn();
+    press(exportDialog(), "exportButton");
+    ASSERT_TRUE(waitForSummary());
+    EXPECT_EQ(text("headline").toStdString(), "Some photographs were not exported.");
+    EXPECT_EQ(plugIn_.log().count(QStringLiteral("didFinishExport")), 2);
+    EXPECT_FALSE(foundJournals().front().record->lacksConfirmation());
+}
+
+TEST_F(ExportWindow, APhotographThatCannotBeWrittenKeepsNoOtherBack) {
+    plugIn_.tell("unwritable=0");
+    selectPictures(3);
+    exportToTheSummary();
+    EXPECT_TRUE(text("details").startsWith(QStringLiteral("There was an error reading 0.jpg. ")))
+        << text("details").toStdString();
+    EXPECT_EQ(plugIn_.log().count(QStringLiteral("shouldCancelExport")), 1)
+        << "the plug-in has left its windows open";
+    plugIn_.tell("unwritable=2");
+    press(summary(), "exportRemainingButton");
+    ASSERT_TRUE(waitForDialog());
+    logIn();
+    press(exportDialog(), "exportButton");
+    ASSERT_TRUE(waitForSummary());
+    EXPECT_EQ(logged(QStringLiteral("upload")).toStdString(), "upload 1.jpg;upload 2.jpg");
+    auto* const list = summary()->findChild<QTreeWidget*>();
+    ASSERT_EQ(list->topLevelItemCount(), 1);
+    EXPECT_EQ(list->topLevelItem(0)->text(1).toStdString(),
+              "Its file could not be written into the temporary folder.");
+}
+
+TEST_F(ExportWindow, EveryCriticalAlertIsAReasonInItsOrder) {
+    plugIn_.tell("alerts-twice");
+    selectPictures(1);
+    exportToTheSummary();
+    EXPECT_TRUE(
+        text("details").startsWith(QStringLiteral("It was so. Line\nby line. It is so. Line\nby line.")))
+        << text("details").toStdString();
+}
+
 TEST_F(ExportWindow, AnEarlierExportIsOfferedAfterARestart) {
     plugIn_.tell("upload-breaks=1");
     selectPictures(2);

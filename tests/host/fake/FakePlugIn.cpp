@@ -14,7 +14,11 @@
 //   leaves-out=N    image N; may stand more than once
 //   wants-files     has the host write the images
 //   slow-images     takes a second for each image
+//   unwritable=N    image N can't be written, and is neither prepared nor left out; the upload ends at it
+//   with a
+//                   critical alert and a cancel that leaves the windows as they are
 //   alerts          shows a critical alert instead of uploading, and says nothing more
+//   alerts-twice    shows another one before that
 //   folders-break, unanswered, hangs
 //   upload-breaks[=N]  where N files are uploaded, or none
 //   dies=STAGE      kills its process: at image 1 "in-images", "in-folders", "in-upload" where one file is
@@ -150,6 +154,11 @@ public:
             services_->observer()->imageLeftOut(index);
             return false;
         }
+        if (has("unwritable=" + QByteArray::number(index))) {
+            prepared_.append(folder_ + relativePath.section(QLatin1Char('.'), 0, -2) +
+                             QStringLiteral(".jpg"));
+            return false;
+        }
         QFile file(folder_ + relativePath.section(QLatin1Char('.'), 0, -2) + QStringLiteral(".jpg"));
         if (file.open(QIODevice::WriteOnly))
             prepared_.append(file.fileName());
@@ -166,7 +175,9 @@ public:
         log(QStringLiteral("didFinishExport"));
         if (has("hangs"))
             return;
-        if (has("alerts"))
+        if (has("alerts-twice"))
+            alert(hostapi::AlertStyle::Critical, QStringLiteral("It was so."));
+        if (has("alerts") || has("alerts-twice"))
             return alert(hostapi::AlertStyle::Critical);
         if (has("folders-break"))
             return services_->observer()->folderChainEnded(false);
@@ -222,6 +233,13 @@ private:
                 QCoreApplication::processEvents();
                 dieIn("in-upload");
             }
+            if (!QFileInfo::exists(prepared_[i])) {
+                alert(
+                    hostapi::AlertStyle::Critical,
+                    QStringLiteral("There was an error reading %1.").arg(QFileInfo(prepared_[i]).fileName()));
+                manager_->shouldCancelExport();
+                return false;
+            }
             log(QStringLiteral("upload ") + QFileInfo(prepared_[i]).fileName());
             QFile::remove(prepared_[i]);
             if (i == 1)
@@ -241,9 +259,8 @@ private:
         log(QStringLiteral("%1 %2 %3").arg(QLatin1String(call)).arg(index).arg(more).trimmed());
     }
 
-    void alert(hostapi::AlertStyle style) {
-        services_->alertPresenter()->runModal(
-            {style, QStringLiteral("It is so."), QStringLiteral("Line\nby line.")});
+    void alert(hostapi::AlertStyle style, const QString& message = QStringLiteral("It is so.")) {
+        services_->alertPresenter()->runModal({style, message, QStringLiteral("Line\nby line.")});
     }
 
     void change(std::size_t current, std::size_t total, const QString& message) {
