@@ -95,9 +95,10 @@ QString shortened(const QString& name) {
 QString unfinishedLine(const ExportRecord& record) {
     const QString when = toTheMinute(record.begun.toLocalTime());
     const std::size_t remaining = record.remaining().size();
-    const QString what = remaining > 0
-                             ? tr("%1 of %2 remain").arg(remaining).arg(photographs(record.images.size()))
-                             : tr("not confirmed by the service");
+    const QString what = remaining == 0
+                             ? tr("not confirmed by the service")
+                             : (remaining == 1 ? tr("%1 of %2 remains") : tr("%1 of %2 remain"))
+                                   .arg(QString::number(remaining), photographs(record.images.size()));
     // All at once: a name may hold what looks like a further place.
     return tr("%1, %2: %3").arg(shortened(record.choices.eventName), when, what);
 }

@@ -348,7 +348,7 @@ TEST_F(ExportWindow, EarlierExportsAreInTheMenu) {
     EXPECT_FALSE(
         unfinishedExports().first().contains(QRegularExpression(QStringLiteral("\\d:\\d\\d:\\d\\d"))))
         << unfinishedExports().first().toStdString();
-    EXPECT_TRUE(unfinishedExports().first().endsWith(QStringLiteral(": 1 of 2 photographs remain")))
+    EXPECT_TRUE(unfinishedExports().first().endsWith(QStringLiteral(": 1 of 2 photographs remains")))
         << unfinishedExports().first().toStdString();
     unfinishedMenu()->actions().first()->trigger();
     EXPECT_TRUE(waitForSummary());
