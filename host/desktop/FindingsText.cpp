@@ -18,12 +18,19 @@ QString unreadText(const std::vector<UnreadFolder>& folders) {
                      .arg(QString::number(folders.size()), first.path, first.error);
 }
 
+QString noneText(const QStringList& folderNames) {
+    return folderNames.size() == 1 ? tr("There are no photographs in “%1” itself.").arg(folderNames.first())
+                                   : tr("There are no photographs in these folders themselves.");
+}
+
 } // namespace
 
 QString passedOverText(const FoundPhotographs& found) {
     QStringList texts;
     if (!found.unreadFolders.empty())
         texts << unreadText(found.unreadFolders);
+    else if (found.photographs.empty() && !found.folderNames.isEmpty())
+        texts << noneText(found.folderNames);
     if (found.othersCount == 1)
         texts << tr("1 file is no picture, or is not there, and was passed over.");
     else if (found.othersCount > 1)
@@ -35,10 +42,7 @@ QString passedOverText(const FoundPhotographs& found) {
 QString emptyTableText(const QStringList& folderNames) {
     if (folderNames.isEmpty())
         return tr("Open a folder, or drop photographs here.");
-    const QString none = folderNames.size() == 1
-                             ? tr("There are no photographs in “%1” itself.").arg(folderNames.first())
-                             : tr("There are no photographs in these folders themselves.");
-    return none + QLatin1Char('\n') +
+    return noneText(folderNames) + QLatin1Char('\n') +
            tr("JPEG, PNG, TIFF, WebP and HEIF files are shown. Open another folder, or drop photographs "
               "here.");
 }

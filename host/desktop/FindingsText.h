@@ -4,7 +4,8 @@
 
 namespace host::desktop {
 
-/// What a look at files and folders has passed over or could not read; empty where there is no such thing.
+/// What a look at files and folders has passed over, could not read or found empty; empty where there is no
+/// such thing.
 QString passedOverText(const FoundPhotographs& found);
 
 /// What stands on an empty light table: how to fill it, and that the folders that were looked into held no

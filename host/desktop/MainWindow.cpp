@@ -328,9 +328,9 @@ void MainWindow::open(const std::vector<QByteArray>& paths) {
 }
 
 void MainWindow::addFound(FoundPhotographs found) {
-    model_.add(std::move(found.photographs));
     if (const QString text = passedOverText(found); !text.isEmpty())
         fileNotice_->showNotice(text);
+    model_.add(std::move(found.photographs));
     // Of a folder that could not be read it is not known.
     if (found.unreadFolders.empty())
         lightTable_->setEmptyText(emptyTableText(found.folderNames));

@@ -449,6 +449,14 @@ TEST_F(Window, AnEmptyFolderIsCalledSo) {
     EXPECT_EQ(table()->emptyText().toStdString(), "Open a folder, or drop photographs here.");
 }
 
+TEST_F(Window, AnEmptyFolderThatIsAddedToOthersIsCalledSo) {
+    fill(1);
+    QDir(folder_.path()).mkdir(QStringLiteral("Jones"));
+    window_.open({folder_.bytes() + "/Jones"});
+    EXPECT_TRUE(waitUntil(
+        [this] { return noticeText() == QStringLiteral("There are no photographs in “Jones” itself."); }));
+}
+
 TEST_F(Window, ItsTitleNamesTheFolder) {
     EXPECT_EQ(window_.windowTitle().toStdString(), "Quillmark");
     fill(2);
