@@ -66,10 +66,11 @@ TEST_F(Journal, ThatIsDamagedTellsWhere) {
     journal.reset();
     const QByteArray good = contents(path);
     const QByteArray last = "{\"uploaded\":0}\n";
-    for (const char* line : {"", "{", "[1]", "null", "{\"uploaded\":2}", "{\"uploaded\":-1}",
-                             "{\"uploaded\":0.5}", "{\"uploaded\":1e300}", "{\"uploaded\":\"0\"}",
-                             "{\"prepared\":0}", "{\"leftOut\":0}", "{\"confirmed\":1}", "{\"ended\":null}",
-                             "{\"attempt\":7}", "{\"attempt\":[0,9]}", "{\"else\":0}", "\xff\xfe"}) {
+    for (const char* line :
+         {"", "{", "[1]", "null", "{\"uploaded\":2}", "{\"uploaded\":-1}", "{\"uploaded\":0.5}",
+          "{\"uploaded\":1e300}", "{\"uploaded\":\"0\"}", "{\"prepared\":0}", "{\"leftOut\":0}",
+          "{\"failed\":0}", "{\"confirmed\":1}", "{\"ended\":null}", "{\"attempt\":7}", "{\"attempt\":[0,9]}",
+          "{\"else\":0}", "\xff\xfe"}) {
         write(path, good + line + '\n' + last);
         EXPECT_FALSE(ExportJournal::open(path, error_)) << line;
         EXPECT_TRUE(error_.startsWith(QStringLiteral("it is damaged"))) << error_.toStdString();
