@@ -391,9 +391,11 @@ TEST_F(FTPWriteStreamTest, ClientOfUnknownKindIsRefused) {
 }
 
 TEST_F(FTPWriteStreamTest, AnswerThatIsThereAtOnceIsActedOnAtOnce) {
-    constexpr int kAttempts = 5;
+    // Less than the I/O thread waits where nothing happens. A busy machine may need more than one attempt.
+    constexpr qint64 kAtOnce = 200;
+    constexpr int kAttempts = 20;
     qint64 fastest = std::numeric_limits<qint64>::max();
-    for (int i = 0; i < kAttempts; ++i) {
+    for (int i = 0; i < kAttempts && fastest >= kAtOnce; ++i) {
         useServer({});
         server->on("PWD", FTPFault{.answersAhead = "EPSV"});
         QElapsedTimer timer;
@@ -401,7 +403,7 @@ TEST_F(FTPWriteStreamTest, AnswerThatIsThereAtOnceIsActedOnAtOnce) {
         ASSERT_TRUE(upload(QStringLiteral("a.jpg"), sampleBytes(1000)));
         fastest = std::min(fastest, timer.elapsed());
     }
-    EXPECT_LT(fastest, 200);
+    EXPECT_LT(fastest, kAtOnce);
 }
 
 } // namespace
