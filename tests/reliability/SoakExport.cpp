@@ -180,7 +180,7 @@ private:
         for (int index = 0; index < photographs_.count(); ++index) {
             const bool isDamaged = is(Mishap::DamagedImage) && index == plan_.at - 1;
             const QByteArray& path = isDamaged ? photographs_.damaged() : photographs_.path(index);
-            images.push_back({path, QStringLiteral("%1.jpg").arg(index)});
+            images.push_back({path, QStringLiteral("%1.jpg").arg(index), {}});
         }
         exportThread_ =
             std::make_unique<host::ExportThread>(plugIn_, std::move(images), folder, weak_from_this(), [] {});
