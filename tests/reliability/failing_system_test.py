@@ -181,11 +181,11 @@ class Network(Scene):
         self.assertEqual(self.export().status, 3)
 
     def test_absent_when_the_folders_are_made(self):
-        self.configure(ftp_port=1)
+        self.relay.cut()
         run = self.export()
         self.expect_failed(run, "Could Not Connect to Your FTP Server.")
         self.expect_nothing_deleted_unconfirmed(run)
-        self.configure(self.relay.port)
+        self.relay.mend()
         self.expect_resumable()
 
     def test_lost_during_the_upload(self):
@@ -194,7 +194,7 @@ class Network(Scene):
         self.expect_failed(run, uploading_error("1.jpg"))
         self.assertEqual(self.arrived(), ["0.jpg"])
         self.expect_nothing_deleted_unconfirmed(run)
-        self.configure(self.sandbox.ftp_port)
+        self.relay.mend()
         self.expect_resumable()
 
     def test_lost_before_the_finishing_request(self):

@@ -38,10 +38,18 @@ class Relay:
         self._last = ("", 0)
         self.counts: dict[str, int] = {}
         self._server_port = port
-        self._listener = socket.create_server(("127.0.0.1", 0))
-        self.port = self._listener.getsockname()[1]
         self._open: list[socket.socket] = []
+        self._listen(0)
+        self.port = self._listener.getsockname()[1]
+
+    def _listen(self, port: int):
+        self._listener = socket.create_server(("127.0.0.1", port))
         threading.Thread(target=self._accept, daemon=True).start()
+
+    def mend(self):
+        """Brings the network back after a cut."""
+        self._open.clear()
+        self._listen(self.port)
 
     def cut(self):
         """Takes the network away: nothing goes on, and nobody answers any more."""
