@@ -143,6 +143,19 @@ protected:
         ASSERT_TRUE(waitForSummary());
     }
 
+    /// Of an export that is gone on with: in its dialog, chooses another event than the one that is
+    /// preselected.
+    void exportElsewhere() {
+        ASSERT_TRUE(waitForDialog());
+        logIn();
+        ASSERT_TRUE(test_support::waitUntil([this] {
+            return control<QComboBox>(hostapi::panel::kCategoryChooser)->currentText() ==
+                   QStringLiteral("Ceremony");
+        }));
+        choose(1, QStringLiteral("Elsewhere"));
+        press(exportDialog(), "exportButton");
+    }
+
     QString text(const char* label) const {
         return summary()->findChild<QLabel*>(QLatin1String(label))->text();
     }
