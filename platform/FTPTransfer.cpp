@@ -69,13 +69,14 @@ FTPTransfer::~FTPTransfer() {
     wipe(request_.password);
 }
 
-void FTPTransfer::begin(FTPSockets& sockets, CURLSH* share) {
+void FTPTransfer::begin(FTPSockets& sockets, std::shared_ptr<CURLSH> share) {
     sockets_ = &sockets;
+    share_ = std::move(share);
     handle_.reset(curl_easy_init());
     if (!handle_)
         return;
     setUpConnection();
-    setUpSecurity(share);
+    setUpSecurity();
     setUpCommands();
 }
 
@@ -136,7 +137,7 @@ void FTPTransfer::forgive(std::chrono::seconds suspended) {
     setTimeouts(forgiven_ + suspended);
 }
 
-void FTPTransfer::setUpSecurity(CURLSH* share) {
+void FTPTransfer::setUpSecurity() {
     CURL* const handle = handle_.get();
     if (request_.userName) {
         curl_easy_setopt(handle, CURLOPT_USERNAME, request_.userName->constData());
@@ -152,7 +153,7 @@ void FTPTransfer::setUpSecurity(CURLSH* share) {
     // a share, and with TLS 1.3 uploads get lost.
     curl_easy_setopt(handle, CURLOPT_SSLVERSION,
                      static_cast<long>(CURL_SSLVERSION_TLSv1_2) | CURL_SSLVERSION_MAX_TLSv1_2);
-    curl_easy_setopt(handle, CURLOPT_SHARE, share);
+    curl_easy_setopt(handle, CURLOPT_SHARE, share_.get());
     // The system's authorities stay: libcurl also looks into their folder.
     if (!request_.transport.caFile.isEmpty())
         curl_easy_setopt(handle, CURLOPT_CAINFO, QFile::encodeName(request_.transport.caFile).constData());

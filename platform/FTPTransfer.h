@@ -58,8 +58,9 @@ public:
     void stop() { isStopped_ = true; }
     bool isStopped() const { return isStopped_; }
 
-    /// Makes the handle, for a multi handle of the caller's; none where there is no memory for it.
-    void begin(FTPSockets& sockets, CURLSH* share);
+    /// Makes the handle, for a multi handle of the caller's; none where there is no memory for it. `share`
+    /// holds TLS sessions.
+    void begin(FTPSockets& sockets, std::shared_ptr<CURLSH> share);
     CURL* handle() const { return handle_.get(); }
     /// True where a kept connection turns out to be lost before the server has answered anything: nothing has
     /// happened then, and a new connection may do it.
@@ -104,7 +105,7 @@ private:
 
     void setUpConnection();
     void setTimeouts(std::chrono::seconds forgiven);
-    void setUpSecurity(CURLSH* share);
+    void setUpSecurity();
     void setUpCommands();
     static void append(List& list, const QByteArray& text);
 
@@ -129,6 +130,7 @@ private:
     const std::weak_ptr<Client> client_;
     std::atomic<bool> isStopped_{false};
     FTPSockets* sockets_ = nullptr;
+    std::shared_ptr<CURLSH> share_; ///< Must outlive the handle.
     List connectTo_;
     List commands_;
     std::unique_ptr<CURL, HandleDeleter> handle_;

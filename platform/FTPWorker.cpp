@@ -53,10 +53,15 @@ FTPWorker::Multi FTPWorker::makeMulti() {
     return multi;
 }
 
+std::shared_ptr<CURLSH> FTPWorker::makeShare() {
+    std::shared_ptr<CURLSH> share(curl_share_init(), &curl_share_cleanup);
+    curl_share_setopt(share.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+    return share;
+}
+
 FTPWorker::FTPWorker() {
     curl_global_init(CURL_GLOBAL_DEFAULT);
-    share_.reset(curl_share_init());
-    curl_share_setopt(share_.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+    share_ = makeShare();
     multi_ = makeMulti();
     thread_ = std::thread([this] { run(); });
 }
@@ -160,7 +165,7 @@ bool FTPWorker::takeOrders() {
 void FTPWorker::begin(const std::shared_ptr<FTPTransfer>& transfer) {
     if (transfer->isStopped())
         return;
-    transfer->begin(sockets_, share_.get());
+    transfer->begin(sockets_, share_);
     add(transfer);
 }
 
@@ -179,8 +184,12 @@ bool FTPWorker::remove(const std::shared_ptr<FTPTransfer>& transfer) {
     if (std::erase(running_, transfer) == 0)
         return false;
     curl_multi_remove_handle(multi_.get(), transfer->handle());
-    if (!transfer->leavesGoodConnection())
+    if (!transfer->leavesGoodConnection()) {
         sockets_.shutDown(transfer.get());
+        // A server forgets the session of a connection that is cut, sooner or later, and may then refuse the
+        // data of a new connection that has resumed it.
+        share_ = makeShare();
+    }
     sockets_.release(transfer.get());
     keepsConnections_ = true;
     idle_ = {};

@@ -37,11 +37,9 @@ private:
         void operator()(CURLM* handle) const { curl_multi_cleanup(handle); }
     };
     using Multi = std::unique_ptr<CURLM, MultiDeleter>;
-    struct ShareDeleter {
-        void operator()(CURLSH* handle) const { curl_share_cleanup(handle); }
-    };
 
     static Multi makeMulti();
+    static std::shared_ptr<CURLSH> makeShare();
 
     FTPWorker();
     ~FTPWorker() = default;
@@ -71,7 +69,7 @@ private:
 
     // The thread's own; but the multi handle may be woken by others, and is only replaced with the mutex
     // held.
-    std::unique_ptr<CURLSH, ShareDeleter> share_;
+    std::shared_ptr<CURLSH> share_; ///< TLS sessions of connections that may go on.
     Multi multi_;
     Transfers running_;
     std::chrono::nanoseconds idle_{0};

@@ -158,6 +158,18 @@ TEST_F(FTPSecurityTest, RefusalThatDropsTheDataConnectionLeavesNoAnswerForTheNex
     EXPECT_EQ(server->files().at("77/b.jpg"), kMarkedContents);
 }
 
+TEST_F(FTPSecurityTest, SessionOfAConnectionThatWasCutIsNotResumed) {
+    // A server forgets it as soon as it meets the end without a goodbye, and then refuses data that rely on
+    // it.
+    server->on("STOR", FTPFault{.delay = std::chrono::milliseconds{200}}, 1);
+    StreamRun cut(QStringLiteral("a.jpg"), transport, kMarkedContents);
+    ASSERT_TRUE(cut.open());
+    ASSERT_TRUE(waitUntil([&] { return server->count("STOR") == 1; }));
+    server->on("PWD", FTPFault{.delay = std::chrono::milliseconds{500}}, 1);
+    cut.stream->close();
+    EXPECT_TRUE(upload(QStringLiteral("b.jpg"), kMarkedContents));
+}
+
 TEST_F(FTPSecurityTest, RefusalDuringTheDataEndsTheUpload) {
     using Then = FTPDataFault::Then;
     for (const Then then : {Then::AnswerThenCutData, Then::CutData, Then::AnswerThenStall}) {
