@@ -34,9 +34,25 @@ std::size_t g_length = 0;
 std::atomic<bool> g_isLooking{false};
 std::atomic<int> g_findings{0};
 
+/// What `memmem` does; but that is checked by the sanitizers, who keep notes of their own at the start of
+/// arrays.
+__attribute__((no_sanitize("address", "thread"))) bool holds(const void* block, std::size_t size,
+                                                             const void* wanted, std::size_t length) {
+    const auto* const bytes = static_cast<const char*>(block);
+    const auto* const wantedBytes = static_cast<const char*>(wanted);
+    for (std::size_t start = 0; start + length <= size; ++start) {
+        std::size_t equal = 0;
+        while (equal < length && bytes[start + equal] == wantedBytes[equal])
+            ++equal;
+        if (equal == length)
+            return true;
+    }
+    return false;
+}
+
 void look(const void* block, std::size_t size) {
-    if (memmem(block, size, g_bytes.data(), g_length) ||
-        memmem(block, size, g_units.data(), g_length * sizeof(char16_t)))
+    if (holds(block, size, g_bytes.data(), g_length) ||
+        holds(block, size, g_units.data(), g_length * sizeof(char16_t)))
         ++g_findings;
 }
 
