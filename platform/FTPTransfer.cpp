@@ -71,12 +71,12 @@ FTPTransfer::~FTPTransfer() {
 
 void FTPTransfer::begin(FTPSockets& sockets, std::shared_ptr<CURLSH> share) {
     sockets_ = &sockets;
-    share_ = std::move(share);
     handle_.reset(curl_easy_init());
     if (!handle_)
         return;
     setUpConnection();
     setUpSecurity();
+    useSessions(std::move(share));
     setUpCommands();
 }
 
@@ -85,7 +85,8 @@ bool FTPTransfer::canBeginAgain(CURLcode result) const {
     return isLost && !isStopped() && !hasOpenedConnection_ && !hasHeard_;
 }
 
-void FTPTransfer::beginAgain() {
+void FTPTransfer::beginAgain(std::shared_ptr<CURLSH> share) {
+    useSessions(std::move(share));
     curl_easy_setopt(handle(), CURLOPT_FRESH_CONNECT, 1L);
     control_ = -1;
     reply_ = 0;
@@ -149,14 +150,20 @@ void FTPTransfer::setUpSecurity() {
         return;
     curl_easy_setopt(handle, CURLOPT_USE_SSL, static_cast<long>(CURLUSESSL_ALL));
     curl_easy_setopt(handle, CURLOPT_FTPSSLAUTH, static_cast<long>(CURLFTPAUTH_TLS));
-    // Servers may demand that data connections reuse the control connection's session: that works through
-    // a share, and with TLS 1.3 uploads get lost.
+    // With TLS 1.3 uploads get lost where a server demands that data connections reuse a session.
     curl_easy_setopt(handle, CURLOPT_SSLVERSION,
                      static_cast<long>(CURL_SSLVERSION_TLSv1_2) | CURL_SSLVERSION_MAX_TLSv1_2);
-    curl_easy_setopt(handle, CURLOPT_SHARE, share_.get());
     // The system's authorities stay: libcurl also looks into their folder.
     if (!request_.transport.caFile.isEmpty())
         curl_easy_setopt(handle, CURLOPT_CAINFO, QFile::encodeName(request_.transport.caFile).constData());
+}
+
+/// Servers may demand that data connections reuse the control connection's session.
+void FTPTransfer::useSessions(std::shared_ptr<CURLSH> share) {
+    if (!isEncrypted())
+        return;
+    curl_easy_setopt(handle(), CURLOPT_SHARE, share.get());
+    share_ = std::move(share);
 }
 
 void FTPTransfer::setUpCommands() {

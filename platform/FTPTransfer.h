@@ -66,7 +66,7 @@ public:
     /// happened then, and a new connection may do it.
     bool canBeginAgain(CURLcode result) const;
     /// Prepares the same handle for that.
-    void beginAgain();
+    void beginAgain(std::shared_ptr<CURLSH> share);
     /// False where the connection should serve nobody any more: a server that refused a file midway may still
     /// hold on to its data connection, and answer nothing until that ends; and what is still to be answered
     /// would be taken for the answer to the next command.
@@ -106,6 +106,7 @@ private:
     void setUpConnection();
     void setTimeouts(std::chrono::seconds forgiven);
     void setUpSecurity();
+    void useSessions(std::shared_ptr<CURLSH> share);
     void setUpCommands();
     static void append(List& list, const QByteArray& text);
 

@@ -210,7 +210,7 @@ void FTPWorker::takeResults() {
         const auto transfer = *found;
         remove(transfer);
         if (transfer->canBeginAgain(result)) {
-            transfer->beginAgain();
+            transfer->beginAgain(share_);
             add(transfer);
             continue;
         }
@@ -275,6 +275,7 @@ void FTPWorker::closeIdleConnections(std::chrono::nanoseconds waited) {
         const std::lock_guard lock(mutex_);
         multi_.swap(successor);
     }
+    share_ = makeShare();
     keepsConnections_ = false;
 }
 

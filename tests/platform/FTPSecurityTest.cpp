@@ -170,6 +170,14 @@ TEST_F(FTPSecurityTest, SessionOfAConnectionThatWasCutIsNotResumed) {
     EXPECT_TRUE(upload(QStringLiteral("b.jpg"), kMarkedContents));
 }
 
+TEST_F(FTPSecurityTest, ConnectionThatReplacesALostOneServesTheNextFileToo) {
+    ASSERT_TRUE(upload(QStringLiteral("a.jpg"), kMarkedContents));
+    server->on("EPSV", FTPFault{.answer = QByteArray(), .cut = Cut::Reset}, 1);
+    EXPECT_TRUE(upload(QStringLiteral("b.jpg"), kMarkedContents));
+    EXPECT_TRUE(upload(QStringLiteral("c.jpg"), kMarkedContents));
+    EXPECT_EQ(server->connectionCount(), 2);
+}
+
 TEST_F(FTPSecurityTest, RefusalDuringTheDataEndsTheUpload) {
     using Then = FTPDataFault::Then;
     for (const Then then : {Then::AnswerThenCutData, Then::CutData, Then::AnswerThenStall}) {
