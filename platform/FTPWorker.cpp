@@ -23,8 +23,6 @@ constexpr std::chrono::hours kNothingToDo{1};
 /// A wait that takes so much longer than the longest one was a sleep of the whole process.
 constexpr std::chrono::milliseconds kSuspicion{500};
 
-using Clock = std::chrono::steady_clock;
-
 /// The one that `FTPWorker::shared` has made, if it has.
 std::atomic<FTPWorker*> theWorker{nullptr};
 
@@ -131,6 +129,7 @@ void FTPWorker::forget(const std::shared_ptr<FTPTransfer>& transfer) {
 void FTPWorker::run() {
     pthread_setname_np(pthread_self(), "ftp-streams");
     blockSignals();
+    lastWaitEnd_ = Clock::now();
     while (takeOrders()) {
         int running = 0;
         curl_multi_perform(multi_.get(), &running);
@@ -230,7 +229,8 @@ std::chrono::milliseconds FTPWorker::longestWait() const {
     return haveMovedOn ? std::chrono::milliseconds{0} : kLongestWait;
 }
 
-/// How long the wait took while the process was awake.
+/// How long the wait took while the process was awake. It may also have been suspended before, with libcurl
+/// at work.
 std::chrono::nanoseconds FTPWorker::waitForTraffic() {
     std::vector<curl_waitfd> watched;
     for (const auto& transfer : running_) {
@@ -241,13 +241,15 @@ std::chrono::nanoseconds FTPWorker::waitForTraffic() {
     const auto start = Clock::now();
     curl_multi_poll(multi_.get(), watched.data(), static_cast<unsigned>(watched.size()),
                     static_cast<int>(longest.count()), nullptr);
-    const std::chrono::nanoseconds waited = Clock::now() - start;
-    if (waited <= longest + kSuspicion)
+    const auto end = Clock::now();
+    const std::chrono::nanoseconds waited = end - start;
+    const std::chrono::nanoseconds round = end - std::exchange(lastWaitEnd_, end);
+    if (round <= longest + kSuspicion)
         return waited;
     // The process was suspended: no time of the servers' has passed, since what they said was not heard.
     for (const auto& transfer : running_)
-        transfer->forgive(std::chrono::ceil<std::chrono::seconds>(waited));
-    return longest;
+        transfer->forgive(std::chrono::ceil<std::chrono::seconds>(round));
+    return std::min<std::chrono::nanoseconds>(waited, longest);
 }
 
 void FTPWorker::lookAfterTransfers(std::chrono::nanoseconds waited) {

@@ -32,6 +32,7 @@ public:
     void stop(const std::shared_ptr<FTPTransfer>& transfer);
 
 private:
+    using Clock = std::chrono::steady_clock;
     using Transfers = std::vector<std::shared_ptr<FTPTransfer>>;
     struct MultiDeleter {
         void operator()(CURLM* handle) const { curl_multi_cleanup(handle); }
@@ -73,6 +74,7 @@ private:
     Multi multi_;
     Transfers running_;
     std::chrono::nanoseconds idle_{0};
+    Clock::time_point lastWaitEnd_;
     bool keepsConnections_ = false;
     std::thread thread_;
 };

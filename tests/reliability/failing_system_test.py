@@ -13,8 +13,8 @@ from servers import HONEST_ANSWERS, http_answer
 
 # How long a suspended process sleeps. It outlasts the idle time-out, and the ten seconds more that the command waits for
 # a sign of life.
-SUSPENDED_S = float(os.environ.get("QUILLMARK_SUSPENDED_SECONDS", "13"))
-IDLE_TIMEOUT_S = int(os.environ.get("QUILLMARK_IDLE_TIMEOUT", "1"))
+SUSPENDED_S = float(os.environ.get("QUILLMARK_SUSPENDED_SECONDS", "15"))
+IDLE_TIMEOUT_S = int(os.environ.get("QUILLMARK_IDLE_TIMEOUT", "3"))
 
 
 def reading_error(name: str) -> str:
