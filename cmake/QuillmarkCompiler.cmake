@@ -1,7 +1,6 @@
-# What every target is compiled with.
-# Of some libraries' flags, and of all targets, since precompiled headers must be made with it.
-add_compile_options(-pthread)
-add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual)
+# What every target is compiled with. Some libraries bring -pthread along; targets that share precompiled headers must
+# agree in it.
+add_compile_options(-pthread -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual)
 if(QUILLMARK_WARNINGS_AS_ERRORS)
   add_compile_options(-Werror)
 endif()

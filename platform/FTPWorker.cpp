@@ -20,7 +20,7 @@ constexpr long kMostConnections = 1000;
 /// How often the transfers' silence is measured.
 constexpr std::chrono::milliseconds kLongestWait{250};
 constexpr std::chrono::hours kNothingToDo{1};
-/// A wait that takes so much longer than the longest one was a sleep of the whole process.
+/// Where a wait, with the work before it, takes so much longer than the longest one, the whole process slept.
 constexpr std::chrono::milliseconds kSuspicion{500};
 
 /// The one that `FTPWorker::shared` has made, if it has.
