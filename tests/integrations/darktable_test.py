@@ -16,9 +16,10 @@ SOURCE = pathlib.Path(os.environ["QUILLMARK_SOURCE_DIR"])
 BUILD = pathlib.Path(os.environ["QUILLMARK_BUILD_DIR"])
 HERE = pathlib.Path(__file__).parent
 DEADLINE = 120
-# darktable itself hangs now and then while it starts, before it has read a line of Lua: then it is started again.
-START_DEADLINE = 30
-STARTS = 4
+# darktable 4.2 locks itself up in about one of ten starts on a busy machine: its own start script, which another thread
+# runs, makes widgets just before the main loop begins. No line of Quillmark's has been read by then. It is started again.
+START_DEADLINE = 20
+STARTS = 8
 
 sys.path.insert(0, str(SOURCE / "tests" / "end_to_end"))
 from export_test import PASSWORD, service_data  # noqa: E402
@@ -105,18 +106,20 @@ class Darktable(unittest.TestCase):
             time.sleep(0.1)
         return True
 
-    @staticmethod
-    def end(process):
-        """Ends the screen and all that runs on it."""
+    def end(self, process):
+        """Ends the screen and all that runs on it: a darktable that has locked itself up only gives way to SIGKILL, and
+        would keep its lock on the folder of its settings."""
         for number in (signal.SIGTERM, signal.SIGKILL):
+            deadline = time.monotonic() + 5
             try:
                 os.killpg(process.pid, number)
-                process.wait(5)
-            except subprocess.TimeoutExpired:
-                continue
+                while time.monotonic() < deadline:
+                    process.poll()
+                    os.killpg(process.pid, 0)
+                    time.sleep(0.05)
             except ProcessLookupError:
-                pass
-            break
+                return
+        self.fail("processes of darktable's are left")
 
     def test_sends_pictures_at_once_and_keeps_nothing(self):
         subprocess.run([BUILD / "host/cli/quillmark-export", "--user", "ann", "--password-file", "-", "--remember", "--list"],
