@@ -46,7 +46,8 @@ int writeAt(int descriptor, const QByteArray& bytes, qint64 offset) {
     return 0;
 }
 
-/// A name is on the disk only when its folder is.
+/// A name is on the disk only when its folder is. Where the file system can't force folders, nobody can do
+/// more.
 int forceFolderOf(const QString& path) {
     const int folder =
         ::open(QFile::encodeName(QFileInfo(path).path()).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -54,7 +55,7 @@ int forceFolderOf(const QString& path) {
         return errno;
     const int error = fsync(folder) == 0 ? 0 : errno;
     close(folder);
-    return error;
+    return error == EINVAL || error == EOPNOTSUPP ? 0 : error;
 }
 
 /// Opens one of the user's regular files; -1 and `error` where it is none.
@@ -121,9 +122,9 @@ std::optional<QByteArray> readAll(int descriptor, QString& error) {
 
 std::unique_ptr<JournalFile> JournalFile::create(const QString& path, const QByteArray& contents,
                                                  qint64 expectedGrowth, QString& error) {
-    const QByteArray unfinished = QFile::encodeName(unfinishedPath(path));
+    QByteArray name = QFile::encodeName(unfinishedPath(path));
     const int descriptor =
-        ::open(unfinished.constData(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kOwnerOnly);
+        ::open(name.constData(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kOwnerOnly);
     if (descriptor < 0) {
         error = text(errno);
         return nullptr;
@@ -136,12 +137,15 @@ std::unique_ptr<JournalFile> JournalFile::create(const QString& path, const QByt
         fallocate(descriptor, FALLOC_FL_KEEP_SIZE, contents.size(), std::max<qint64>(expectedGrowth, 1));
     if (!failed && fsync(descriptor) != 0)
         failed = errno;
-    if (!failed && ::rename(unfinished.constData(), QFile::encodeName(path).constData()) != 0)
+    const QByteArray finished = QFile::encodeName(path);
+    if (!failed && ::rename(name.constData(), finished.constData()) != 0)
         failed = errno;
-    if (!failed)
+    if (!failed) {
+        name = finished;
         failed = forceFolderOf(path);
+    }
     if (failed) {
-        unlink(unfinished.constData());
+        unlink(name.constData());
         close(descriptor);
         error = text(failed);
         return nullptr;

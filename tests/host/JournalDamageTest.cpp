@@ -2,11 +2,7 @@
 #include "host/core/JournalFormat.h"
 #include "tests/host/JournalFixture.h"
 
-#include <sys/resource.h>
 #include <sys/stat.h>
-#include <unistd.h>
-
-#include <csignal>
 
 using namespace host;
 
@@ -167,66 +163,4 @@ TEST_F(Journal, IsARegularFileOfTheUsers) {
     }
     for (const FoundJournal& found : journalsIn(folder()))
         EXPECT_EQ(found.record.has_value(), found.path == path) << found.path.toStdString();
-}
-
-// --- A disk that is full ---
-
-namespace {
-
-/// No file of this process grows beyond `size` while this lives, as on a disk that is full.
-class FullDisk {
-public:
-    explicit FullDisk(qint64 size) {
-        std::signal(SIGXFSZ, SIG_IGN);
-        getrlimit(RLIMIT_FSIZE, &before_);
-        const rlimit limit{static_cast<rlim_t>(size), before_.rlim_max};
-        setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    ~FullDisk() { setrlimit(RLIMIT_FSIZE, &before_); }
-    FullDisk(const FullDisk&) = delete;
-    FullDisk& operator=(const FullDisk&) = delete;
-
-private:
-    rlimit before_{};
-};
-
-} // namespace
-
-TEST_F(Journal, ThatDoesNotFitOntoTheDiskIsNotBegun) {
-    const FullDisk full(100);
-    EXPECT_FALSE(ExportJournal::create(folder(), someService(), someChoices(), someImages(), error_));
-    EXPECT_FALSE(error_.isEmpty());
-    EXPECT_TRUE(QDir(folder()).entryList(QDir::Files | QDir::Hidden).isEmpty());
-}
-
-TEST_F(Journal, StaysWholeOnADiskThatFillsUpAtAnyByteAndCatchesUpLater) {
-    const auto work = [this](ExportJournal& journal) {
-        prepare(journal, 0);
-        upload(journal, 0);
-        journal.imageLeftOut(1, QStringLiteral("it can't be decoded"));
-    };
-    auto journal = begin();
-    const qint64 before = QFileInfo(journal->path()).size();
-    work(*journal);
-    const qint64 after = QFileInfo(journal->path()).size();
-    const ExportRecord expected = journal->record();
-    for (qint64 size = before; size < after; ++size) {
-        journal = begin();
-        const QString path = journal->path();
-        {
-            const FullDisk full(size);
-            work(*journal);
-        }
-        EXPECT_TRUE(journal->failure());
-        EXPECT_EQ(outcomes(journal->record()), outcomes(expected));
-        qint64 good = 0;
-        const QByteArray written = contents(path);
-        ASSERT_TRUE(journal_format::read(written, good, error_)) << error_.toStdString();
-        EXPECT_EQ(good, written.size());
-
-        journal->attemptEnded({});
-        journal.reset();
-        EXPECT_EQ(outcomes(reopen(path)->record()), outcomes(expected));
-        QDir(folder()).removeRecursively();
-    }
 }
