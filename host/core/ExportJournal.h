@@ -61,7 +61,8 @@ public:
     /// one image; empty where there is none.
     void attemptEnded(const QString& reason);
 
-    /// Why the file could not be written, at the first time; the record in memory is right all the same.
+    /// Why the file perhaps does not say what the record in memory does, see `JournalFile::failure`. Once a
+    /// try has ended, what was caught up with is forgotten.
     std::optional<QString> failure() const;
 
     /// Removes the file: the user gives up what remains. The journal goes on in memory.

@@ -199,13 +199,14 @@ void JournalFile::append(const QByteArray& line, Durability durability) {
     // Always at the same place: what a full disk has let through of a line is written over.
     if (const int error = writeAt(descriptor_, unwritten_, length_)) {
         [[maybe_unused]] const int ignored = ftruncate(descriptor_, length_);
-        fail(error);
+        writeFailure_ = text(error);
         return;
     }
     length_ += unwritten_.size();
     unwritten_.clear();
     if (durability == Durability::Now || (durability == Durability::Soon && !forcing_.joinable())) {
-        force();
+        if (force())
+            writeFailure_.reset();
     } else if (durability == Durability::Soon) {
         {
             const std::lock_guard lock(mutex_);
@@ -229,20 +230,21 @@ void JournalFile::forceInBackground() {
     }
 }
 
-void JournalFile::force() {
-    if (fdatasync(descriptor_) != 0)
-        fail(errno);
-}
-
-void JournalFile::fail(int error) {
+bool JournalFile::force() {
+    // One after the other: of two at once, the system tells only one what failed.
+    const std::lock_guard forceLock(forceMutex_);
+    if (fdatasync(descriptor_) == 0)
+        return true;
+    const int error = errno;
     const std::lock_guard lock(mutex_);
-    if (!failure_)
-        failure_ = text(error);
+    if (!forceFailure_)
+        forceFailure_ = text(error);
+    return false;
 }
 
 std::optional<QString> JournalFile::failure() const {
     const std::lock_guard lock(mutex_);
-    return failure_;
+    return forceFailure_ ? forceFailure_ : writeFailure_;
 }
 
 bool JournalFile::remove() {

@@ -43,27 +43,29 @@ public:
     void cutTo(qint64 length) { length_ = length; }
     /// A line that can't be written is kept, and written before the next one.
     void append(const QByteArray& line, Durability durability);
-    /// Why something could not be written or forced to the disk, at the first time.
+    /// Why something is perhaps not on the disk. A failure to write is forgotten once a call of `append` has
+    /// written all and forced it; a failure to force never is: the system may have dropped what it was about.
     std::optional<QString> failure() const;
     bool remove();
 
 private:
     JournalFile(QString path, int descriptor, qint64 length);
     void forceInBackground();
-    void force();
-    void fail(int error);
+    bool force();
 
     const QString path_;
     const int descriptor_;
     qint64 length_;
     QByteArray unwritten_;
+    std::optional<QString> writeFailure_; ///< Of lines that are still unwritten, or not forced yet.
 
+    std::mutex forceMutex_;
     mutable std::mutex mutex_;
     std::condition_variable wanted_;
     bool forceIsWanted_ = false;
     bool ends_ = false;
-    std::optional<QString> failure_;
-    std::thread forcing_; ///< Not running where the system had none left.
+    std::optional<QString> forceFailure_; ///< The first one.
+    std::thread forcing_;                 ///< Not running where the system had none left.
 };
 
 /// Reads a journal's file without holding it; `isHeld` where somebody else does. Without a value, and with

@@ -1,5 +1,6 @@
 #include "host/core/JournalFormat.h"
 #include "tests/host/JournalFixture.h"
+#include "tests/support/Waiting.h"
 
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -93,6 +94,24 @@ TEST_F(Journal, IsKeptWhereTheFileSystemCantForceFolders) {
     }
 }
 
+TEST_F(Journal, DoesNotForgetThatSomethingCouldNotBeForcedToTheDisk) {
+    for (const bool isForcedByTheThread : {false, true}) {
+        auto journal = begin(1);
+        prepare(*journal, 0);
+        {
+            const FailingCall call(forcingFiles, EIO);
+            if (isForcedByTheThread)
+                upload(*journal, 0);
+            else
+                journal->processingConfirmed();
+            EXPECT_TRUE(test_support::waitUntil([] { return failedCalls > 0; }));
+        }
+        journal->attemptEnded({});
+        ASSERT_TRUE(journal->failure());
+        EXPECT_EQ(*journal->failure(), QString::fromLocal8Bit(std::strerror(EIO)));
+    }
+}
+
 // --- A disk that is full ---
 
 namespace {
@@ -149,8 +168,26 @@ TEST_F(Journal, StaysWholeOnADiskThatFillsUpAtAnyByteAndCatchesUpLater) {
         EXPECT_EQ(good, written.size());
 
         journal->attemptEnded({});
+        EXPECT_FALSE(journal->failure());
         journal.reset();
         EXPECT_EQ(outcomes(reopen(path)->record()), outcomes(expected));
         QDir(folder()).removeRecursively();
     }
+}
+
+TEST_F(Journal, SaysThatADiskIsFullAsLongAsItIs) {
+    auto journal = begin(1);
+    prepare(*journal, 0);
+    {
+        const FullDisk full(QFileInfo(journal->path()).size());
+        upload(*journal, 0);
+        EXPECT_TRUE(journal->failure());
+        journal->attemptEnded({});
+        EXPECT_TRUE(journal->failure());
+    }
+    {
+        const FailingCall call(forcingFiles, EIO);
+        journal->processingConfirmed();
+    }
+    EXPECT_TRUE(journal->failure());
 }
