@@ -23,6 +23,10 @@ const QString kNoTurn = QStringLiteral("Its turn did not come.");
 constexpr qint64 kGrowthPerImage = 512;
 constexpr qint64 kGrowthBesides = 4096;
 
+qint64 expectedGrowth(const ExportRecord& record) {
+    return static_cast<qint64>(record.images.size()) * kGrowthPerImage + kGrowthBesides;
+}
+
 /// Changes whenever the system starts.
 QByteArray bootId() {
     QFile file(QStringLiteral("/proc/sys/kernel/random/boot_id"));
@@ -42,9 +46,8 @@ std::unique_ptr<ExportJournal> ExportJournal::create(const QString& folder, cons
     record.choices = choices;
     for (RecordedImage& image : images)
         record.images.push_back({std::move(image.source), std::move(image.name), std::move(image.project)});
-    const auto growth = static_cast<qint64>(record.images.size()) * kGrowthPerImage + kGrowthBesides;
     auto file = JournalFile::create(newJournalPath(folder, record.begun), journal_format::beginning(record),
-                                    growth, error);
+                                    expectedGrowth(record), error);
     if (!file)
         return nullptr;
     removeSupersededJournals(folder, record);
@@ -58,9 +61,8 @@ std::unique_ptr<ExportJournal> ExportJournal::open(const QString& path, QString&
         return nullptr;
     qint64 length = 0;
     auto record = journal_format::read(contents, length, error);
-    if (!record)
+    if (!record || !file->cutTo(length, expectedGrowth(*record), error))
         return nullptr;
-    file->cutTo(length);
     std::unique_ptr<ExportJournal> journal(new ExportJournal(std::move(file), *std::move(record)));
     journal->settleInterruptedAttempt();
     return journal;

@@ -29,6 +29,7 @@ struct RecordedImage {
     bool hasFailed = false; ///< A try could not write it, or ended at it: the next one takes it last.
     QString preparedPath{}; ///< The plug-in's file, which it deletes once the server has confirmed it; empty
                             ///< where there is none.
+    bool operator==(const RecordedImage&) const = default;
 };
 
 /// What is known of an export and of all further tries of it.
@@ -45,6 +46,8 @@ struct ExportRecord {
     QString attemptFolder;            ///< The plug-in's export folder.
     QByteArray attemptBoot;           ///< Identifies the run of the system in which it began.
     bool attemptEnded = false;        ///< False while it runs, and where its process died.
+
+    bool operator==(const ExportRecord&) const = default;
 
     /// The images that did not make it: not uploaded, or left out. Those that have failed stand behind the
     /// others, which they must not keep from their turn for ever.

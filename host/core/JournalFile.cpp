@@ -58,6 +58,11 @@ int forceFolderOf(const QString& path) {
     return error == EINVAL || error == EOPNOTSUPP ? 0 : error;
 }
 
+/// Not every file system can keep room; then the lines find their place or not, as they come.
+void keepRoom(int descriptor, qint64 offset, qint64 length) {
+    fallocate(descriptor, FALLOC_FL_KEEP_SIZE, offset, std::max<qint64>(length, 1));
+}
+
 /// Opens one of the user's regular files; -1 and `error` where it is none.
 int openOwn(const QString& path, int mode, QString& error) {
     // Not blocking: a name may stand for a pipe that nobody reads.
@@ -132,9 +137,8 @@ std::unique_ptr<JournalFile> JournalFile::create(const QString& path, const QByt
     // Held before it gets its name, so that nobody ever finds it without its holder.
     hold(descriptor);
     int failed = writeAt(descriptor, contents, 0);
-    // Not every file system can keep room; then the lines find their place or not, as they come.
     if (!failed)
-        fallocate(descriptor, FALLOC_FL_KEEP_SIZE, contents.size(), std::max<qint64>(expectedGrowth, 1));
+        keepRoom(descriptor, contents.size(), expectedGrowth);
     if (!failed && fsync(descriptor) != 0)
         failed = errno;
     const QByteArray finished = QFile::encodeName(path);
@@ -192,6 +196,19 @@ JournalFile::~JournalFile() {
     if (forcing_.joinable())
         forcing_.join();
     close(descriptor_);
+}
+
+bool JournalFile::cutTo(qint64 length, qint64 expectedGrowth, QString& error) {
+    if (length == length_)
+        return true;
+    // On the disk before a line is: after a power cut, none may stand in front of what was cut off.
+    if (ftruncate(descriptor_, length) != 0 || fdatasync(descriptor_) != 0) {
+        error = text(errno);
+        return false;
+    }
+    length_ = length;
+    keepRoom(descriptor_, length, expectedGrowth);
+    return true;
 }
 
 void JournalFile::append(const QByteArray& line, Durability durability) {

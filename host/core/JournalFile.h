@@ -39,8 +39,10 @@ public:
 
     const QString& path() const { return path_; }
 
-    /// Goes on behind the first `length` bytes: what follows them is no whole line.
-    void cutTo(qint64 length) { length_ = length; }
+    /// Goes on behind the first `length` bytes: what follows them is damaged, and goes, so that nothing of it
+    /// is ever read behind the lines to come. Room is kept for `expectedGrowth` bytes instead. False, with
+    /// `error`, where it can't be cut off.
+    bool cutTo(qint64 length, qint64 expectedGrowth, QString& error);
     /// A line that can't be written is kept, and written before the next one.
     void append(const QByteArray& line, Durability durability);
     /// Why something is perhaps not on the disk. A failure to write is forgotten once a call of `append` has

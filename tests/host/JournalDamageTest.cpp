@@ -55,6 +55,41 @@ TEST_F(Journal, GoesOnBehindTheLastWholeLineOfATornOne) {
     }
 }
 
+TEST_F(Journal, NeverBringsBackWhatStandsBehindABlockOfZeros) {
+    constexpr int kImages = 400;
+    auto journal = begin(kImages);
+    const QString path = journal->path();
+    const auto zeros = contents(path).size() + 500;
+    for (int image = 0; image < kImages; ++image)
+        prepare(*journal, image);
+    for (int image = 0; image < kImages; ++image)
+        upload(*journal, image);
+    journal->processingConfirmed();
+    journal->attemptEnded({});
+    journal.reset();
+    QByteArray damaged = contents(path);
+    damaged.replace(zeros, 4096, QByteArray(4096, '\0'));
+    ASSERT_GT(damaged.indexOf("\"prepared\":399"), zeros);
+
+    // What is appended ends within the place of the zeros, or among the lines behind it.
+    for (int length = 0; length < 8000; length += 100) {
+        write(path, damaged);
+        auto again = reopen(path);
+        ASSERT_TRUE(again);
+        again->beginAttempt(someChoices(), {0, 1}, exportFolder());
+        again->imageLeftOut(0, QString(length, QLatin1Char('x')));
+        again->attemptEnded({});
+        const ExportRecord inMemory = again->record();
+        again.reset();
+        qint64 good = 0;
+        const auto read = journal_format::read(contents(path), good, error_);
+        ASSERT_TRUE(read) << error_.toStdString();
+        EXPECT_TRUE(*read == inMemory);
+        EXPECT_EQ(good, contents(path).size());
+        EXPECT_EQ(read->count(kUploaded), 0U);
+    }
+}
+
 TEST_F(Journal, ThatIsDamagedTellsWhere) {
     auto journal = begin(2);
     prepare(*journal, 0);

@@ -75,6 +75,25 @@ int __wrap_ftruncate(int descriptor, off_t length) {
 
 // --- A disk that fails ---
 
+TEST_F(Journal, IsNotOpenedWhereItsDamagedEndCantBeCutOff) {
+    auto journal = begin(1);
+    const QString path = journal->path();
+    journal.reset();
+    const QByteArray damaged = contents(path) + "{\"upl";
+    write(path, damaged);
+    {
+        const FailingCall call(truncating, EIO);
+        EXPECT_FALSE(ExportJournal::open(path, error_));
+        EXPECT_EQ(error_, QString::fromLocal8Bit(std::strerror(EIO)));
+        EXPECT_EQ(contents(path), damaged);
+    }
+    {
+        const FailingCall call(forcingFiles, EIO);
+        EXPECT_FALSE(ExportJournal::open(path, error_));
+    }
+    EXPECT_TRUE(reopen(path));
+}
+
 TEST_F(Journal, LeavesNothingBehindWhereItsNameCantBeForcedToTheDisk) {
     const FailingCall call(forcingFolders, EIO);
     EXPECT_FALSE(ExportJournal::create(folder(), someService(), someChoices(), someImages(), error_));
@@ -190,4 +209,23 @@ TEST_F(Journal, SaysThatADiskIsFullAsLongAsItIs) {
         journal->processingConfirmed();
     }
     EXPECT_TRUE(journal->failure());
+}
+
+TEST_F(Journal, KeepsRoomAgainOnceItsDamagedEndIsCutOff) {
+    constexpr int kImages = 1000;
+    const auto keptRoom = [](const QString& path) {
+        struct stat status {};
+        EXPECT_EQ(stat(QFile::encodeName(path).constData(), &status), 0);
+        return status.st_blocks * 512 - status.st_size;
+    };
+    auto journal = create(someImages(kImages));
+    const QString path = journal->path();
+    journal.reset();
+    const auto expected = keptRoom(path);
+    if (expected < kImages * 512)
+        GTEST_SKIP() << "The file system can't keep room.";
+    write(path, contents(path) + "{\"upl");
+    EXPECT_LT(keptRoom(path), expected);
+    reopen(path);
+    EXPECT_GE(keptRoom(path), kImages * 512);
 }
