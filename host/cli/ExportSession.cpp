@@ -39,6 +39,14 @@ QString inOneLine(const hostapi::Alert& alert) {
                : alert.message;
 }
 
+std::optional<QString> projectOf(const QByteArray& path, const Options& options) {
+    const auto folder = folderName(path);
+    if (options.project || !folder)
+        return options.project;
+    // The server could make no folder of it otherwise.
+    return withoutControls(*folder);
+}
+
 std::vector<ExportedImage> namedImages(const Options& options) {
     std::vector<QString> names;
     names.reserve(options.images.size());
@@ -49,7 +57,7 @@ std::vector<ExportedImage> namedImages(const Options& options) {
     images.reserve(names.size());
     for (std::size_t i = 0; i < names.size(); ++i) {
         const QByteArray& path = options.images[i];
-        images.push_back({path, names[i], options.project ? options.project : folderName(path)});
+        images.push_back({path, names[i], projectOf(path, options)});
     }
     return images;
 }
@@ -282,7 +290,7 @@ void ExportSession::exportShouldBegin() {
         return;
     enter(Phase::Images);
     beginJournal();
-    plugIn_->beginImages();
+    plugIn_->beginImages(images_);
 }
 
 void ExportSession::beginJournal() {
@@ -293,8 +301,11 @@ void ExportSession::beginJournal() {
         std::vector<RecordedImage> images;
         for (const ExportedImage& image : images_)
             images.push_back({absolutePath(image.path), image.name, image.project});
-        journal_ = ExportJournal::create(*setting_.journalFolder, *setting_.service, panel_->choices(),
-                                         std::move(images), error);
+        const ExportChoices choices = panel_->choices();
+        const auto sent = SentNames::inJournals(*setting_.journalFolder, *setting_.service, choices);
+        complainOfReplaced(images, choices, sent);
+        journal_ = ExportJournal::create(*setting_.journalFolder, *setting_.service, choices,
+                                         std::move(images), sent.all(), error);
     } else if (setting_.journalFolder) {
         error = QStringLiteral("the plug-in does not tell which service it sends to");
     }
@@ -304,6 +315,28 @@ void ExportSession::beginJournal() {
         reporter_.complaint(QStringLiteral("no journal can be kept, so that --resume won't know of this "
                                            "export: ") +
                             error);
+}
+
+void ExportSession::complainOfReplaced(const std::vector<RecordedImage>& images, const ExportChoices& choices,
+                                       const SentNames& sent) {
+    std::size_t count = 0;
+    QString first;
+    for (const RecordedImage& image : images) {
+        const SentName* const replaced = sent.replacedBy(image, choices);
+        if (replaced && count++ == 0)
+            first = QStringLiteral("%1 that of %2")
+                        .arg(preparedName(image.name), QString::fromUtf8(replaced->source));
+    }
+    if (count == 1)
+        reporter_.complaint(
+            QStringLiteral("an image takes the place of another photograph that was sent there "
+                           "under the same name: %1")
+                .arg(first));
+    else if (count > 1)
+        reporter_.complaint(
+            QStringLiteral("%1 of the images take the places of other photographs that were sent "
+                           "there under the same names: %2, and so on")
+                .arg(QString::number(count), first));
 }
 
 void ExportSession::exportShouldCancel() {

@@ -8,6 +8,7 @@
 #include "host/core/ExportJournal.h"
 #include "host/core/HostedPlugIn.h"
 #include "host/core/PanelDriver.h"
+#include "host/core/SentNames.h"
 
 #include <QtCore/QObject>
 #include <QtCore/QTimer>
@@ -69,6 +70,9 @@ private:
     void listsLoaded();
     void enter(Phase phase);
     void beginJournal();
+    /// Images go under the names that they were given; the user is to know what that replaces.
+    void complainOfReplaced(const std::vector<RecordedImage>& images, const ExportChoices& choices,
+                            const SentNames& sent);
     void leaveOut(std::uint32_t index, const QString& reason);
     void tellPrepared(std::uint32_t index, const QString& path);
 

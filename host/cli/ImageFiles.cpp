@@ -42,9 +42,10 @@ QString fileName(const QByteArray& path) {
 }
 
 QByteArray absolutePath(const QByteArray& path) {
-    std::error_code ignored;
-    const std::filesystem::path absolute = std::filesystem::absolute(pathOf(path), ignored);
-    return QByteArray::fromStdString(absolute.native());
+    std::error_code error;
+    const std::filesystem::path absolute = std::filesystem::absolute(pathOf(path), error);
+    const std::filesystem::path folder = std::filesystem::canonical(absolute.parent_path(), error);
+    return QByteArray::fromStdString((error ? absolute : folder / absolute.filename()).native());
 }
 
 std::optional<QString> folderName(const QByteArray& path) {

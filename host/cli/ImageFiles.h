@@ -13,7 +13,7 @@ std::optional<QString> reasonAgainstReading(const QByteArray& path);
 /// The name of the file at `path`, without its folders.
 QString fileName(const QByteArray& path);
 
-/// The path from the root folder on.
+/// The path from the root folder on, the same however the file's folder was written.
 QByteArray absolutePath(const QByteArray& path);
 
 /// The name of the folder that holds the file at `path`; none for a file in the root folder.

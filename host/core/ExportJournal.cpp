@@ -37,13 +37,15 @@ QByteArray bootId() {
 
 std::unique_ptr<ExportJournal> ExportJournal::create(const QString& folder, const QString& service,
                                                      const ExportChoices& choices,
-                                                     std::vector<RecordedImage> images, QString& error) {
+                                                     std::vector<RecordedImage> images,
+                                                     std::vector<SentName> sentBefore, QString& error) {
     if (!makeJournalFolder(folder, error))
         return nullptr;
     ExportRecord record;
     record.begun = QDateTime::currentDateTimeUtc();
     record.service = service;
     record.choices = choices;
+    record.sentBefore = std::move(sentBefore);
     for (RecordedImage& image : images)
         record.images.push_back({std::move(image.source), std::move(image.name), std::move(image.project)});
     auto file = JournalFile::create(newJournalPath(folder, record.begun), journal_format::beginning(record),

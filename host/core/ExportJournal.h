@@ -22,10 +22,12 @@ namespace host {
 class ExportJournal {
 public:
     /// Begins the journal of a new export to `service` in `folder`, which is made where it is missing. Of
-    /// `images` only source, name and project count. Empty, with `error`, where it can't be written.
+    /// `images` only source, name and project count; `sentBefore` is what earlier exports have sent to the
+    /// event. Empty, with `error`, where it can't be written.
     static std::unique_ptr<ExportJournal> create(const QString& folder, const QString& service,
                                                  const ExportChoices& choices,
-                                                 std::vector<RecordedImage> images, QString& error);
+                                                 std::vector<RecordedImage> images,
+                                                 std::vector<SentName> sentBefore, QString& error);
     /// Opens the journal of an earlier export, to try again what remains. What a process that died has
     /// uploaded without noting it down is noted down now. Empty, with `error`, where the file is no journal
     /// of this version, is damaged, or is held by another process.

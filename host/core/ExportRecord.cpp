@@ -32,9 +32,13 @@ bool isToBeFinished(std::size_t offered, std::size_t leftOut, const ExportRecord
     return leftOut < offered || (record && record->lacksConfirmation());
 }
 
+bool isOfEvent(const ExportRecord& record, const QString& service, const ExportChoices& choices) {
+    return record.service == service && record.choices.account == choices.account &&
+           record.choices.eventId == choices.eventId;
+}
+
 bool sameEvent(const ExportRecord& one, const ExportRecord& other) {
-    return one.service == other.service && one.choices.account == other.choices.account &&
-           one.choices.eventId == other.choices.eventId;
+    return isOfEvent(one, other.service, other.choices);
 }
 
 } // namespace host

@@ -32,12 +32,23 @@ struct RecordedImage {
     bool operator==(const RecordedImage&) const = default;
 };
 
+/// The name that a photograph has in one of an event's folders.
+struct SentName {
+    QString folder; ///< The category, or the project in its place; empty where there was neither.
+    QString name;   ///< As in `RecordedImage`.
+    QByteArray source;
+
+    bool operator==(const SentName&) const = default;
+};
+
 /// What is known of an export and of all further tries of it.
 struct ExportRecord {
     QDateTime begun; ///< UTC.
     QString service; ///< To which it goes: `serviceIdentity`.
     ExportChoices choices;
     std::vector<RecordedImage> images;
+    /// What exports to the event had sent when this one began: it outlives their journals.
+    std::vector<SentName> sentBefore;
     /// The service has confirmed that it processes all that is uploaded.
     bool processingConfirmed = false;
 
@@ -65,6 +76,8 @@ struct ExportRecord {
 /// finishing would have the service process an event to which nothing was sent.
 bool isToBeFinished(std::size_t offered, std::size_t leftOut, const ExportRecord* record);
 
+/// Whether it goes to the event of `choices` of that service's account.
+bool isOfEvent(const ExportRecord& record, const QString& service, const ExportChoices& choices);
 /// Whether both go to the same event of the same account and service: one finishing request has it process
 /// the uploaded images of both.
 bool sameEvent(const ExportRecord& one, const ExportRecord& other);

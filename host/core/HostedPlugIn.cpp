@@ -36,7 +36,7 @@ std::vector<std::optional<QString>> projectsOf(const std::vector<ExportedImage>&
 
 std::unique_ptr<HostedPlugIn> HostedPlugIn::make(const QString& bundlePath, Services services,
                                                  const std::optional<QString>& journalFolder,
-                                                 std::vector<ExportedImage> images,
+                                                 const std::vector<ExportedImage>& images,
                                                  const std::weak_ptr<ExportClient>& client, QString& error) {
     services.observer = std::make_shared<ObserverRelay>(client);
     auto apiManager = std::make_shared<APIManager>(
@@ -47,16 +47,13 @@ std::unique_ptr<HostedPlugIn> HostedPlugIn::make(const QString& bundlePath, Serv
     auto plugIn = loadPlugIn(bundlePath, *apiManager, error);
     if (!plugIn)
         return nullptr;
-    return std::unique_ptr<HostedPlugIn>(
-        new HostedPlugIn(std::move(apiManager), std::move(plugIn), std::move(images), client));
+    return std::unique_ptr<HostedPlugIn>(new HostedPlugIn(std::move(apiManager), std::move(plugIn), client));
 }
 
 HostedPlugIn::HostedPlugIn(std::shared_ptr<APIManager> apiManager,
-                           std::shared_ptr<ApertureExportPlugIn> plugIn, std::vector<ExportedImage> images,
-                           std::weak_ptr<ExportClient> client)
+                           std::shared_ptr<ApertureExportPlugIn> plugIn, std::weak_ptr<ExportClient> client)
     : apiManager_(std::move(apiManager))
     , plugIn_(std::move(plugIn))
-    , images_(std::move(images))
     , client_(std::move(client))
     , progressWatch_(std::make_shared<ProgressWatch>(plugIn_, [client = client_](const auto& progress) {
         if (const auto alive = client.lock())
@@ -81,11 +78,11 @@ bool HostedPlugIn::activate(QString& error) {
     return false;
 }
 
-void HostedPlugIn::beginImages() {
+void HostedPlugIn::beginImages(std::vector<ExportedImage> images) {
     lookTimer_.start(kLookInterval);
     lookAtProgress();
     plugIn_->exportManagerWillBeginExportToPath(exportFolder());
-    exportThread_ = std::make_unique<ExportThread>(plugIn_, std::move(images_), exportFolder(), client_,
+    exportThread_ = std::make_unique<ExportThread>(plugIn_, std::move(images), exportFolder(), client_,
                                                    [watch = progressWatch_] { watch->look(); });
 }
 

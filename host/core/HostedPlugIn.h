@@ -27,10 +27,11 @@ public:
 class HostedPlugIn {
 public:
     /// Reconciles the journals in `journalFolder`, if there is one, and makes the object, which knows its
-    /// client by weak references. Empty, with `error`, where there is none to be had.
+    /// client by weak references. Of `images` it is told the projects. Empty, with `error`, where there is
+    /// none to be had.
     static std::unique_ptr<HostedPlugIn> make(const QString& bundlePath, Services services,
                                               const std::optional<QString>& journalFolder,
-                                              std::vector<ExportedImage> images,
+                                              const std::vector<ExportedImage>& images,
                                               const std::weak_ptr<ExportClient>& client, QString& error);
     /// What the plug-in still has under way may outlive it.
     ~HostedPlugIn();
@@ -49,9 +50,9 @@ public:
     void requestExport() { plugIn_->exportManagerShouldBeginExport(); }
     /// Where the plug-in wants its files.
     const QString& exportFolder() const { return answers_.destinationPath; }
-    /// The plug-in has asked for it: offers the images, on a thread of their own. The record is looked at
-    /// from now on.
-    void beginImages();
+    /// The plug-in has asked for it: offers the images, as many as it was made for, on a thread of their own.
+    /// The record is looked at from now on.
+    void beginImages(std::vector<ExportedImage> images);
     /// All have been offered.
     void finishImages();
 
@@ -70,12 +71,10 @@ public:
 
 private:
     HostedPlugIn(std::shared_ptr<APIManager> apiManager,
-                 std::shared_ptr<hostapi::ApertureExportPlugIn> plugIn, std::vector<ExportedImage> images,
-                 std::weak_ptr<ExportClient> client);
+                 std::shared_ptr<hostapi::ApertureExportPlugIn> plugIn, std::weak_ptr<ExportClient> client);
 
     const std::shared_ptr<APIManager> apiManager_;
     const std::shared_ptr<hostapi::ApertureExportPlugIn> plugIn_;
-    std::vector<ExportedImage> images_;
     const std::weak_ptr<ExportClient> client_;
     FixedAnswers answers_;
     std::shared_ptr<ProgressWatch> progressWatch_;

@@ -32,6 +32,7 @@ const QString kImage = QStringLiteral("image");
 const QString kSource = QStringLiteral("source");
 const QString kName = QStringLiteral("name");
 const QString kProject = QStringLiteral("project");
+const QString kSentBefore = QStringLiteral("sentBefore");
 const QString kAttempt = QStringLiteral("attempt");
 const QString kFolder = QStringLiteral("folder");
 const QString kBoot = QStringLiteral("boot");
@@ -45,8 +46,8 @@ const QString kConfirmed = QStringLiteral("confirmed");
 const QString kEnded = QStringLiteral("ended");
 
 /// Changes when what an older program wrote, or a newer one writes, can't be taken for the same. Version 1
-/// did not note the service, version 2 no image that failed.
-constexpr int kVersion = 3;
+/// did not note the service, version 2 no image that failed, version 3 nothing of earlier exports.
+constexpr int kVersion = 4;
 constexpr std::size_t kMostImages = 1'000'000;
 /// What stays readable in a source's path; all other bytes are percent-encoded, since they need not be text.
 constexpr char kPlainInPaths[] = "/ +,()[]@";
@@ -122,18 +123,36 @@ ExportChoices choicesOf(const QJsonObject& object) {
     return choices;
 }
 
+QString encodedSource(const QByteArray& source) {
+    return QString::fromLatin1(source.toPercentEncoding(kPlainInPaths));
+}
+
+QByteArray source(const QJsonObject& object) {
+    QByteArray source = QByteArray::fromPercentEncoding(text(object, kSource).toLatin1());
+    if (!source.startsWith('/') || source.contains('\0'))
+        throw Senseless();
+    return source;
+}
+
+/// It becomes a file's in the plug-in's folder, and must not lead out of it.
+QString fileName(const QJsonObject& object) {
+    QString name = text(object, kName);
+    if (name.isEmpty() || name.contains(QLatin1Char('/')) || name.contains(QChar(u'\0')) ||
+        name == QLatin1String(".") || name == QLatin1String(".."))
+        throw Senseless();
+    return name;
+}
+
 RecordedImage imageOf(const QJsonObject& object) {
     RecordedImage image;
-    image.source = QByteArray::fromPercentEncoding(text(object, kSource).toLatin1());
-    image.name = text(object, kName);
+    image.source = source(object);
+    image.name = fileName(object);
     image.project = textOrNone(object, kProject);
-    // A name becomes a file's in the plug-in's folder, and must not lead out of it.
-    const bool isName = !image.name.isEmpty() && !image.name.contains(QLatin1Char('/')) &&
-                        !image.name.contains(QChar(u'\0')) && image.name != QLatin1String(".") &&
-                        image.name != QLatin1String("..");
-    if (!isName || !image.source.startsWith('/') || image.source.contains('\0'))
-        throw Senseless();
     return image;
+}
+
+SentName sentNameOf(const QJsonObject& object) {
+    return {text(object, kSentBefore), fileName(object), source(object)};
 }
 
 QJsonObject parsed(const QByteArray& line) {
@@ -259,6 +278,9 @@ ExportRecord readBeginning(Lines& lines) {
             throw Senseless();
         record.images.push_back(imageOf(object));
     }
+    const std::size_t sentBefore = wholeNumber(first.value(kSentBefore), kMostImages + 1);
+    for (std::size_t i = 0; i < sentBefore; ++i)
+        record.sentBefore.push_back(sentNameOf(parsed(lines.expected())));
     return record;
 }
 
@@ -269,16 +291,19 @@ QByteArray beginning(const ExportRecord& record) {
                              {kService, record.service},
                              {kBegun, record.begun.toUTC().toString(Qt::ISODate)},
                              {kChoices, asObject(record.choices)},
-                             {kCount, static_cast<qint64>(record.images.size())}});
+                             {kCount, static_cast<qint64>(record.images.size())},
+                             {kSentBefore, static_cast<qint64>(record.sentBefore.size())}});
     for (std::size_t i = 0; i < record.images.size(); ++i) {
         const RecordedImage& image = record.images[i];
-        QJsonObject object{{kImage, static_cast<qint64>(i)},
-                           {kSource, QString::fromLatin1(image.source.toPercentEncoding(kPlainInPaths))},
-                           {kName, image.name}};
+        QJsonObject object{
+            {kImage, static_cast<qint64>(i)}, {kSource, encodedSource(image.source)}, {kName, image.name}};
         if (image.project)
             object.insert(kProject, *image.project);
         lines += line(object);
     }
+    for (const SentName& sent : record.sentBefore)
+        lines +=
+            line({{kSentBefore, sent.folder}, {kSource, encodedSource(sent.source)}, {kName, sent.name}});
     return lines;
 }
 

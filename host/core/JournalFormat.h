@@ -9,7 +9,7 @@
 /// The lines of a journal, each one JSON object and a line end.
 namespace host::journal_format {
 
-/// The lines that begin a journal: the service, the choices and all images.
+/// The lines that begin a journal: the service, the choices, all images, and what was sent before.
 QByteArray beginning(const ExportRecord& record);
 
 QByteArray attemptBegan(const ExportChoices& choices, const std::vector<std::size_t>& images,

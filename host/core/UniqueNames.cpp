@@ -1,6 +1,6 @@
 #include "host/core/UniqueNames.h"
 
-#include <QtCore/QSet>
+#include <QtCore/QHash>
 
 namespace host {
 
@@ -10,18 +10,11 @@ const QString kPreparedExtension = QStringLiteral(".jpg");
 /// In UTF-8, on any usual file system.
 constexpr qsizetype kLongestFileName = 255;
 constexpr QChar kInPlaceOfControl = u'_';
+constexpr int kFirstNumber = 2;
 
 /// What two stems have in common that a file system without letter cases takes for one name.
 QString key(const QString& stem) {
     return stem.toCaseFolded();
-}
-
-QString withoutControls(QString text) {
-    for (QChar& character : text) {
-        if (character.category() == QChar::Other_Control)
-            character = kInPlaceOfControl;
-    }
-    return text;
 }
 
 /// So much of the stem that the prepared file's name, with `suffix` after the stem, is not too long. No
@@ -44,11 +37,23 @@ QString preparedName(const QString& name) {
     return stemOf(name) + kPreparedExtension;
 }
 
-std::vector<QString> uniqueNames(const std::vector<QString>& fileNames) {
+QString stemKey(const QString& name) {
+    return key(stemOf(name));
+}
+
+QString withoutControls(QString text) {
+    for (QChar& character : text) {
+        if (character.category() == QChar::Other_Control)
+            character = kInPlaceOfControl;
+    }
+    return text;
+}
+
+std::vector<QString> uniqueNames(const std::vector<QString>& fileNames, const QSet<QString>& reserved) {
     const auto usable = [](const QString& stem) { return stemWith({}, withoutControls(stem)); };
     // All stems that files bring along are taken before any is made up: a made-up one must not push a
     // later file out of its own name.
-    QSet<QString> taken;
+    QSet<QString> taken = reserved;
     for (const QString& name : fileNames) {
         if (const QString stem = stemOf(name); usable(stem) == stem)
             taken.insert(key(stem));
@@ -56,15 +61,18 @@ std::vector<QString> uniqueNames(const std::vector<QString>& fileNames) {
 
     std::vector<QString> names;
     names.reserve(fileNames.size());
-    QSet<QString> given;
+    QSet<QString> given = reserved;
+    QHash<QString, int> triedNumbers;
     for (const QString& name : fileNames) {
         const QString own = stemOf(name);
         const QString wanted = usable(own);
         QString stem = wanted;
         const bool isFree = wanted == own || !taken.contains(key(wanted));
         if (!isFree || given.contains(key(wanted))) {
-            for (int number = 2; taken.contains(key(stem)); ++number)
-                stem = stemWith(QLatin1Char('-') + QString::number(number), wanted);
+            // What was taken for an equal stem is so still.
+            int& tried = triedNumbers[wanted];
+            while (taken.contains(key(stem)))
+                stem = stemWith(QLatin1Char('-') + QString::number(kFirstNumber + tried++), wanted);
         }
         taken.insert(key(stem));
         given.insert(key(stem));

@@ -1,8 +1,8 @@
 #include "host/desktop/ExportRun.h"
 
 #include "host/core/AccountDefaults.h"
+#include "host/core/SentNames.h"
 #include "host/core/Service.h"
-#include "host/core/UniqueNames.h"
 #include "host/desktop/Counting.h"
 #include "hostapi/SettingsPanel.h"
 
@@ -41,15 +41,12 @@ std::vector<ExportedImage> exportedImages(const std::vector<RecordedImage>& imag
     return exported;
 }
 
-/// The names that keep images from overwriting each other.
-void giveUniqueNames(std::vector<RecordedImage>& images) {
-    std::vector<QString> names;
-    names.reserve(images.size());
-    for (const RecordedImage& image : images)
-        names.push_back(image.name);
-    names = uniqueNames(names);
-    for (std::size_t i = 0; i < images.size(); ++i)
-        images[i].name = names[i];
+std::vector<RecordedImage> imagesOfAttempt(const ExportRecord& record) {
+    std::vector<RecordedImage> images;
+    images.reserve(record.attempt.size());
+    for (const std::size_t index : record.attempt)
+        images.push_back(record.images[index]);
+    return images;
 }
 
 } // namespace
@@ -63,8 +60,6 @@ std::shared_ptr<ExportRun> ExportRun::make(ExportJob job, const ExportSetting& s
 ExportRun::ExportRun(ExportJob job, ExportSetting setting)
     : job_(std::move(job))
     , setting_(std::move(setting)) {
-    // Those of an earlier export have theirs.
-    giveUniqueNames(job_.images);
     cancelTimer_.setSingleShot(true);
     connect(&cancelTimer_, &QTimer::timeout, this, [this] {
         if (cancelEnd_)
@@ -192,7 +187,7 @@ void ExportRun::exportShouldBegin() {
     dialog_->hide();
     Q_EMIT begun();
     if (beginJournal())
-        plugIn_->beginImages();
+        plugIn_->beginImages(exportedImages(imagesOfAttempt(journal_->record())));
     else
         cancelThroughPlugIn(End::Failed);
 }
@@ -215,8 +210,11 @@ bool ExportRun::beginJournal() {
     // What goes somewhere else is an export of its own.
     auto images = offeredImages();
     const std::size_t count = images.size();
+    const auto sent = SentNames::inJournals(setting_.journalFolder, service_, choices);
+    sent.giveNames(images, choices);
     QString error;
-    journal_ = ExportJournal::create(setting_.journalFolder, service_, choices, std::move(images), error);
+    journal_ = ExportJournal::create(setting_.journalFolder, service_, choices, std::move(images), sent.all(),
+                                     error);
     if (!journal_) {
         reason_ =
             tr("The outcome of an export cannot be kept in “%1”: %2").arg(setting_.journalFolder, error);

@@ -1,5 +1,6 @@
 #include "host/desktop/PhotographFiles.h"
 
+#include "host/core/UniqueNames.h"
 #include "host/desktop/BackgroundTask.h"
 #include "platform/RunLoop.h"
 
@@ -95,8 +96,8 @@ private:
             return false;
         const QString name = text(path.filename());
         found_.photographs.push_back({QByteArray::fromStdString(path.native()), name,
-                                      text(path.parent_path().filename()), extension, *version, QDateTime(),
-                                      collator_.sortKey(name)});
+                                      withoutControls(text(path.parent_path().filename())), extension,
+                                      *version, QDateTime(), collator_.sortKey(name)});
         return true;
     }
 

@@ -112,7 +112,7 @@ TEST_F(Journal, KeepsNothingThatOtherUsersCouldRead) {
 
 TEST_F(Journal, CantBeBegunWhereThereIsNoFolder) {
     write(place_.filePath(QStringLiteral("state")), "a file");
-    EXPECT_FALSE(ExportJournal::create(folder(), someService(), someChoices(), someImages(), error_));
+    EXPECT_FALSE(ExportJournal::create(folder(), someService(), someChoices(), someImages(), {}, error_));
     EXPECT_FALSE(error_.isEmpty());
 }
 

@@ -126,7 +126,7 @@ TEST_F(Journal, WithABeginningThatMakesNoSenseIsRefused) {
           Change{"\"name\":\"0.tif\"", "\"name\":\"a\\u0000b\""},
           Change{"\"source\":\"/photos", "\"source\":\"photos"}, Change{"/photos/0", "/photos/%00"},
           Change{"\"images\":1", "\"images\":2"}, Change{"\"images\":1", "\"images\":1e18"},
-          Change{"\"journal\":3", "\"journal\":0"},
+          Change{"\"journal\":4", "\"journal\":0"},
           Change{"\"service\":\"www", "\"service\":1,\"else\":\"www"},
           Change{"\"begun\":\"2", "\"begun\":\"x"}, Change{"\"account\":\"ann\"", "\"account\":1"},
           Change{"\"quality\":950", "\"quality\":-1"}, Change{"\"image\":0", "\"image\":1"}}) {
@@ -146,9 +146,9 @@ TEST_F(Journal, OfAnotherVersionIsRefusedAndLeftAsItIs) {
     journal.reset();
     const QByteArray good = contents(path);
     // The first did not note the service: what is left must not go to whichever is known now.
-    QByteArray first = QByteArray(good).replace("\"journal\":3", "\"journal\":1");
+    QByteArray first = QByteArray(good).replace("\"journal\":4", "\"journal\":1");
     first.remove(first.indexOf(",\"service\""), first.indexOf('}') - first.indexOf(",\"service\""));
-    for (const QByteArray& other : {first, QByteArray(good).replace("\"journal\":3", "\"journal\":4")}) {
+    for (const QByteArray& other : {first, QByteArray(good).replace("\"journal\":4", "\"journal\":5")}) {
         write(path, other);
         EXPECT_FALSE(ExportJournal::open(path, error_));
         EXPECT_TRUE(error_.startsWith(QStringLiteral("it was kept by another version of the program")))

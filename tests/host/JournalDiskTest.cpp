@@ -96,7 +96,7 @@ TEST_F(Journal, IsNotOpenedWhereItsDamagedEndCantBeCutOff) {
 
 TEST_F(Journal, LeavesNothingBehindWhereItsNameCantBeForcedToTheDisk) {
     const FailingCall call(forcingFolders, EIO);
-    EXPECT_FALSE(ExportJournal::create(folder(), someService(), someChoices(), someImages(), error_));
+    EXPECT_FALSE(ExportJournal::create(folder(), someService(), someChoices(), someImages(), {}, error_));
     EXPECT_EQ(error_, QString::fromLocal8Bit(std::strerror(EIO)));
     EXPECT_TRUE(QDir(folder()).entryList(QDir::Files | QDir::Hidden).isEmpty());
 }
@@ -156,7 +156,7 @@ private:
 
 TEST_F(Journal, ThatDoesNotFitOntoTheDiskIsNotBegun) {
     const FullDisk full(100);
-    EXPECT_FALSE(ExportJournal::create(folder(), someService(), someChoices(), someImages(), error_));
+    EXPECT_FALSE(ExportJournal::create(folder(), someService(), someChoices(), someImages(), {}, error_));
     EXPECT_FALSE(error_.isEmpty());
     EXPECT_TRUE(QDir(folder()).entryList(QDir::Files | QDir::Hidden).isEmpty());
 }

@@ -51,7 +51,7 @@ protected:
     std::unique_ptr<ExportJournal> create(std::vector<RecordedImage> images = someImages(),
                                           const ExportChoices& choices = someChoices(),
                                           const QString& service = someService()) {
-        auto journal = ExportJournal::create(folder(), service, choices, std::move(images), error_);
+        auto journal = ExportJournal::create(folder(), service, choices, std::move(images), {}, error_);
         EXPECT_TRUE(journal) << error_.toStdString();
         return journal;
     }

@@ -137,6 +137,41 @@ TEST_F(Resume, SaysWhatIsLeftAndWhatItWillDo) {
     EXPECT_TRUE(resumed.output().endsWith("2 of 2 images exported.\n")) << resumed.output().toStdString();
 }
 
+TEST_F(Resume, SaysWhichPhotographsANewExportReplaces) {
+    EXPECT_EQ(run({}).wait(), 0);
+    CommandRun& same = run({});
+    EXPECT_EQ(same.wait(), 0);
+    EXPECT_FALSE(same.errors().contains("quillmark-export: ")) << "those that were edited are to be replaced";
+    const std::string first = images_.first().toStdString();
+    const auto exportFrom = [this](const QString& folder, const QStringList& names) {
+        QDir().mkpath(plugIn_.path(folder));
+        images_.clear();
+        for (const QString& name : names)
+            images_ += QFile::decodeName(plugIn_.file(folder + QLatin1Char('/') + name));
+        CommandRun& other = run({});
+        EXPECT_EQ(other.wait(), 0);
+        return other.errors().left(other.errors().indexOf('\n')).toStdString();
+    };
+    EXPECT_EQ(
+        exportFrom(QStringLiteral("2"), {QStringLiteral("a.png"), QStringLiteral("c.png")}),
+        "quillmark-export: an image takes the place of another photograph that was sent there under the "
+        "same name: a.jpg that of " +
+            first);
+    EXPECT_EQ(uploads(), (Names{"a.jpg", "c.jpg"}));
+    EXPECT_EQ(exportFrom(QStringLiteral("3"), {QStringLiteral("b.bmp"), QStringLiteral("a.bmp")}),
+              "quillmark-export: 2 of the images take the places of other photographs that were sent there "
+              "under the same names: b.jpg that of " +
+                  plugIn_.path(QStringLiteral("b.tif")).toStdString() + ", and so on");
+}
+
+TEST_F(Resume, SendsWhatLiesInAFolderThatTheServerCouldNotMake) {
+    QDir().mkpath(plugIn_.path(QStringLiteral("new\nline")));
+    images_ = {QFile::decodeName(plugIn_.file(QStringLiteral("new\nline/c.tif")))};
+    EXPECT_EQ(run("upload-breaks", {QStringLiteral("--auto-categories")}).wait(), 1);
+    EXPECT_EQ(resume().wait(), 0);
+    EXPECT_EQ(logged(QStringLiteral("shouldWrite ")), (Names{"0 c.tif 6 new_line"}));
+}
+
 TEST_F(Resume, SaysItInJSON) {
     EXPECT_EQ(run("upload-breaks=1").wait(), 1);
     CommandRun& resumed = resume({}, {QStringLiteral("--json")});

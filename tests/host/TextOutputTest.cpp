@@ -142,6 +142,20 @@ TEST(ImageFiles, AreNamedAfterThePathsLastPart) {
     EXPECT_EQ(fileName("a.tif"), text("a.tif"));
 }
 
+TEST(ImageFiles, HaveOnePathHoweverTheirFolderIsWritten) {
+    const QTemporaryDir place;
+    QDir(place.path()).mkpath(QStringLiteral("Smith/raw"));
+    const QByteArray folder = QFile::encodeName(QDir(place.path()).canonicalPath()) + "/Smith";
+    for (const char* const path : {"/a.tif", "/./a.tif", "/raw/../a.tif", "//a.tif"})
+        EXPECT_EQ(absolutePath(folder + path), folder + "/a.tif") << path;
+    const QString before = QDir::currentPath();
+    QDir::setCurrent(QFile::decodeName(folder));
+    for (const char* const path : {"a.tif", "./a.tif", "../Smith/a.tif"})
+        EXPECT_EQ(absolutePath(path), folder + "/a.tif") << path;
+    QDir::setCurrent(before);
+    EXPECT_EQ(absolutePath("/gone/./a.tif"), "/gone/./a.tif");
+}
+
 TEST(ImageFiles, BelongToTheProjectOfTheirFolder) {
     EXPECT_EQ(folderName("/photos/Smith/a.tif"), text("Smith"));
     EXPECT_EQ(folderName("/photos/Smith/../Miller/./a.tif"), text("Miller"));

@@ -1,5 +1,7 @@
 #include "host/core/UniqueNames.h"
 
+#include <QtCore/QElapsedTimer>
+
 #include <gtest/gtest.h>
 
 using host::stemOf;
@@ -66,6 +68,22 @@ TEST(UniqueNames, AreShortenedWithoutSplittingACharacter) {
             EXPECT_EQ(QString::fromUtf8(unique.toUtf8()), unique);
         }
     }
+}
+
+TEST(UniqueNames, PassOverReservedStems) {
+    const QSet<QString> reserved{host::stemKey(QStringLiteral("A.jpg")),
+                                 host::stemKey(QStringLiteral("a-2.tif"))};
+    EXPECT_EQ(uniqueNames(texts({"a.png", "b.png", "A.tif"}), reserved),
+              texts({"a-3.png", "b.png", "A-4.tif"}));
+}
+
+TEST(UniqueNames, OfThousandsOfEqualOnesAreFoundAtOnce) {
+    QElapsedTimer clock;
+    clock.start();
+    const auto names = uniqueNames(std::vector<QString>(20'000, QStringLiteral("a.jpg")));
+    EXPECT_EQ(names.back(), QStringLiteral("a-20000.jpg"));
+    // A number that was tried for each would take a minute.
+    EXPECT_LT(clock.elapsed(), 5'000);
 }
 
 TEST(UniqueNames, HoldNoControlCharacters) {

@@ -52,6 +52,22 @@ TEST_F(ExportWindow, EqualStemsAndRenamedProjectsReachThePlugIn) {
     EXPECT_TRUE(logged(QStringLiteral("shouldWrite 1 a-2.png ")).endsWith(QStringLiteral(" Jones")));
 }
 
+TEST_F(ExportWindow, APhotographTakesTheNameThatItHasAndNeverThatOfAnotherFoldersOne) {
+    selectPictures(1);
+    exportToTheSummary();
+    PhotographFolder other;
+    other.picture(QStringLiteral("0.png"));
+    for (const QByteArray& folder : {other.bytes(), folder_.bytes(), other.bytes()}) {
+        openWindow();
+        window_->open({folder});
+        ASSERT_TRUE(waitUntil([this] { return table()->model()->rowCount() == 1; }));
+        table()->selectAll();
+        exportToTheSummary();
+    }
+    EXPECT_EQ(logged(QStringLiteral("upload")).toStdString(),
+              "upload 0.jpg;upload 0-2.jpg;upload 0.jpg;upload 0-2.jpg");
+}
+
 TEST_F(ExportWindow, OnlyTheSelectionIsExported) {
     selectPictures(3);
     table()->clearSelection();

@@ -62,6 +62,13 @@ TEST_F(Model, AFileThatIsNoPictureOrNotThereIsCounted) {
     EXPECT_EQ(found.othersCount, 2U);
 }
 
+TEST_F(Model, AProjectIsCalledWhatTheServerCanCallAFolder) {
+    QDir().mkpath(folder_.filePath(QStringLiteral("new\nline")));
+    const auto found = findPhotographs({folder_.file(QStringLiteral("new\nline/a.jpg"), "x")});
+    ASSERT_EQ(found.photographs.size(), 1U);
+    EXPECT_EQ(found.photographs[0].project, QStringLiteral("new_line"));
+}
+
 TEST_F(Model, AFileIsOnTheTableOnce) {
     const QByteArray path = folder_.file(QStringLiteral("a.jpg"), "x");
     add({path, path});

@@ -81,7 +81,7 @@ TEST_F(LightTableWithoutThreads, TellsOfUnfinishedExportsOnceThereIsOne) {
     const auto configuration = host::serviceConfiguration(bundle, error);
     ASSERT_TRUE(configuration) << error.toStdString();
     host::ExportJournal::create(journals, host::serviceIdentity(*configuration), host::someChoices(),
-                                host::someImages(), error);
+                                host::someImages(), {}, error);
     std::unique_ptr<MainWindow> window;
     {
         const ThreadShortage shortage;
