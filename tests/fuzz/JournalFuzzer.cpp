@@ -18,10 +18,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::size_t count = record->images.size();
     require(std::all_of(record->attempt.begin(), record->attempt.end(),
                         [count](std::size_t index) { return index < count; }));
-    for (const RecordedImage& image : record->images) {
-        require(!image.name.isEmpty() && !image.name.contains(QLatin1Char('/')));
-        require(image.source.startsWith('/') && !image.source.contains('\0'));
-    }
+    const auto requireFile = [](const auto& file) {
+        require(!file.name.isEmpty() && !file.name.contains(QLatin1Char('/')));
+        require(file.source.startsWith('/') && !file.source.contains('\0'));
+    };
+    std::for_each(record->images.begin(), record->images.end(), requireFile);
+    std::for_each(record->sentBefore.begin(), record->sentBefore.end(), requireFile);
     // Cut to its whole lines, it says the same.
     const auto again = journal_format::read(contents.left(length), length, error);
     require(again && again->remaining() == record->remaining() && again->isSettled() == record->isSettled());

@@ -126,6 +126,7 @@ TEST_F(Journal, WithABeginningThatMakesNoSenseIsRefused) {
           Change{"\"name\":\"0.tif\"", "\"name\":\"a\\u0000b\""},
           Change{"\"source\":\"/photos", "\"source\":\"photos"}, Change{"/photos/0", "/photos/%00"},
           Change{"\"images\":1", "\"images\":2"}, Change{"\"images\":1", "\"images\":1e18"},
+          Change{"\"sentBefore\":0", "\"sentBefore\":1"}, Change{"\"sentBefore\":0", "\"sentBefore\":-1"},
           Change{"\"journal\":4", "\"journal\":0"},
           Change{"\"service\":\"www", "\"service\":1,\"else\":\"www"},
           Change{"\"begun\":\"2", "\"begun\":\"x"}, Change{"\"account\":\"ann\"", "\"account\":1"},
