@@ -11,6 +11,7 @@
 #include <atomic>
 #include <cmath>
 #include <exception>
+#include <limits>
 #include <mutex>
 #include <string_view>
 #include <utility>
@@ -31,6 +32,9 @@ constexpr std::string_view kHEIFLoader = "VipsForeignLoadHeifBuffer";
 /// The only ones that data is handed to: those of the formats that photographs come in.
 constexpr std::array kLoaders{kJPEGLoader, kPNGLoader, kTIFFLoader, kWebPLoader, kHEIFLoader};
 
+/// What holds the header of most files.
+constexpr std::uint64_t kBeginning = std::uint64_t{256} << 10;
+
 /// What an image may measure: most are decoded a few lines at a time, and only the time that it takes bounds
 /// them.
 constexpr std::uint64_t kMostPixels = std::uint64_t{1} << 30;
@@ -46,6 +50,11 @@ constexpr std::uint64_t kMostPixelsPerByteOfJPEG = std::uint64_t{8} * 8 * 8;
 constexpr std::uint64_t kMostBytesHeld = std::uint64_t{896} << 20;
 /// Each scan passes the whole image; encoders make a dozen.
 constexpr int kMostScans = 100;
+
+/// TIFF 6.0, section 2, and BigTIFF.
+constexpr std::array<QByteArrayView, 4> kTIFFBeginnings{
+    QByteArrayView("II*\0", 4), QByteArrayView("MM\0*", 4), QByteArrayView("II+\0", 4),
+    QByteArrayView("MM\0+", 4)};
 
 /// PNG, section 11.2.5: the empty chunk that ends a file, with its length and check sum.
 constexpr QByteArrayView kPNGEnd("\0\0\0\0IEND\xAE\x42\x60\x82", 12);
@@ -76,8 +85,38 @@ vips::VOption* loadOptions() {
     return VImage::option()->set("access", VIPS_ACCESS_SEQUENTIAL)->set("fail_on", VIPS_FAIL_ON_ERROR);
 }
 
-VImage load(const QByteArray& data, vips::VOption* options) {
+/// What an image is read from.
+struct Bytes {
+    QByteArray data;
+    std::shared_ptr<const ImageFile> file; ///< In place of the data, if it is a TIFF.
+
+    std::uint64_t size() const { return file ? file->size() : static_cast<std::uint64_t>(data.size()); }
+};
+
+VImage load(const Bytes& bytes, vips::VOption* options) {
+    if (bytes.file)
+        return VImage::tiffload_source(bytes.file->source(), options);
+    const QByteArray& data = bytes.data;
     return VImage::new_from_buffer(data.constData(), static_cast<std::size_t>(data.size()), "", options);
+}
+
+/// The name of what loads the data; empty where that is none of `kLoaders`.
+std::string_view loaderOf(const QByteArray& data) {
+    startImageLibrary();
+    const ThreadCleanup cleanup;
+    const char* const found =
+        vips_foreign_find_load_buffer(data.constData(), static_cast<std::size_t>(data.size()));
+    const auto* const loader = std::find(kLoaders.begin(), kLoaders.end(), found ? found : "");
+    if (loader != kLoaders.end())
+        return *loader;
+    vips_error_clear();
+    return {};
+}
+
+/// libvips itself looks for what may stand at the file's end.
+bool isTIFF(const QByteArray& beginning) {
+    return std::any_of(kTIFFBeginnings.begin(), kTIFFBeginnings.end(),
+                       [&beginning](QByteArrayView known) { return beginning.startsWith(known); });
 }
 
 std::uint64_t pixelCount(const VImage& image) {
@@ -99,28 +138,37 @@ std::uint64_t bytesHeld(const VImage& header, std::string_view loader) {
     return pixels * pixelSize * (loader == kJPEGLoader ? sizeof(std::int16_t) : 1); // A JPEG's coefficients.
 }
 
-bool isWithinBounds(const VImage& header, std::string_view loader, const QByteArray& data) {
+bool isWithinBounds(const VImage& header, std::string_view loader, const Bytes& bytes) {
     const std::uint64_t pixels = pixelCount(header);
     if (std::max(header.width(), header.height()) > kLongestSide || pixels > kMostPixels ||
         bytesHeld(header, loader) > kMostBytesHeld)
         return false;
-    if (pixels > kManyPixels && pixels / kMostPixelsPerByte > static_cast<std::uint64_t>(data.size()))
+    if (pixels > kManyPixels && pixels / kMostPixelsPerByte > bytes.size())
         return false;
     if (loader != kJPEGLoader)
         return true;
-    return pixels / kMostPixelsPerByteOfJPEG <= static_cast<std::uint64_t>(data.size()) &&
-           (header.get_typeof("interlaced") == 0 || scanCount(data) <= kMostScans);
+    return pixels / kMostPixelsPerByteOfJPEG <= bytes.size() &&
+           (header.get_typeof("interlaced") == 0 || scanCount(bytes.data) <= kMostScans);
+}
+
+std::optional<TIFFDirectory> directoryOf(const Bytes& bytes) {
+    if (!bytes.file)
+        return TIFFDirectory::read(bytes.data);
+    return TIFFDirectory::read(bytes.size(),
+                               [&file = *bytes.file](std::uint64_t position, std::uint64_t count) {
+                                   return file.bytes(position, count);
+                               });
 }
 
 /// What the component behind the colour is; without a value where the file shows that it was cut off,
 /// although it may hold all pixels: the colour profile could be what is missing. The other decoders tell by
 /// themselves.
-std::optional<Pixels::Extra> extraComponent(const QByteArray& data, std::string_view loader) {
-    if (loader == kPNGLoader && data.lastIndexOf(kPNGEnd) < 0)
+std::optional<Pixels::Extra> extraComponent(const Bytes& bytes, std::string_view loader) {
+    if (loader == kPNGLoader && bytes.data.lastIndexOf(kPNGEnd) < 0)
         return std::nullopt;
     if (loader != kTIFFLoader)
         return Pixels::Extra::Alpha;
-    const auto directory = TIFFDirectory::read(data);
+    const auto directory = directoryOf(bytes);
     if (!directory)
         return std::nullopt;
     return directory->extraSample == TIFFDirectory::ExtraSample::Unspecified ? Pixels::Extra::NoAlpha
@@ -203,7 +251,7 @@ auto unlessItFails(Make&& make) -> decltype(make()) {
 } // namespace
 
 struct Image::Source {
-    QByteArray data;
+    Bytes bytes;
     std::uint32_t width = 0;
     std::uint32_t height = 0;
     bool isJPEG = false;
@@ -237,7 +285,7 @@ VImage loaded(const Source& source, double reduction) {
     vips::VOption* options = loadOptions();
     if (source.isJPEG)
         options->set("shrink", shrinkOnLoad(reduction));
-    return load(source.data, options);
+    return load(source.bytes, options);
 }
 
 /// What `make` makes of the pixels, of a JPEG perhaps already smaller by a part of `reduction`; none where
@@ -279,24 +327,49 @@ void startImageLibrary() {
 }
 
 std::unique_ptr<Image> Image::open(const QByteArray& data) {
-    startImageLibrary();
-    const ThreadCleanup cleanup;
-    const char* found =
-        vips_foreign_find_load_buffer(data.constData(), static_cast<std::size_t>(data.size()));
-    const std::string_view loader = found ? found : "";
-    if (std::find(kLoaders.begin(), kLoaders.end(), loader) == kLoaders.end()) {
-        vips_error_clear();
-        return nullptr;
+    return open(Source{.bytes = {data, nullptr}}, loaderOf(data));
+}
+
+std::unique_ptr<Image> Image::openFile(const std::shared_ptr<const ImageFile>& file) {
+    const QByteArray beginning = file->bytes(0, kBeginning);
+    if (isTIFF(beginning)) {
+        startImageLibrary();
+        return open(Source{.bytes = {{}, file}}, kTIFFLoader);
     }
+    return loaderOf(beginning).empty() ? nullptr : open(file->bytes(0, file->size()));
+}
+
+std::unique_ptr<Image> Image::open(Source source, std::string_view loader) {
+    if (loader.empty())
+        return nullptr;
     return unlessItFails([&]() -> std::unique_ptr<Image> {
-        const VImage header = load(data, loadOptions());
-        const auto extra = extraComponent(data, loader);
-        if (!extra || !isWithinBounds(header, loader, data))
+        const VImage header = load(source.bytes, loadOptions());
+        const auto extra = extraComponent(source.bytes, loader);
+        if (!extra || !isWithinBounds(header, loader, source.bytes))
             return nullptr;
-        return std::unique_ptr<Image>(new Image(std::make_unique<Source>(
-            Source{data, static_cast<std::uint32_t>(header.width()),
-                   static_cast<std::uint32_t>(header.height()), loader == kJPEGLoader, *extra})));
+        source.width = static_cast<std::uint32_t>(header.width());
+        source.height = static_cast<std::uint32_t>(header.height());
+        source.isJPEG = loader == kJPEGLoader;
+        source.extra = *extra;
+        return std::unique_ptr<Image>(new Image(std::make_unique<Source>(std::move(source))));
     });
+}
+
+bool Image::isReadWhole(const ImageFile& file) {
+    return !isTIFF(file.bytes(0, kBeginning));
+}
+
+std::uint64_t Image::bytesHeld(const ImageFile& file) {
+    const QByteArray beginning = file.bytes(0, kBeginning);
+    if (isTIFF(beginning))
+        return file.size(); // All of it may be a single strip.
+    const std::string_view loader = loaderOf(beginning);
+    if (loader.empty())
+        return 0;
+    const auto decoding = unlessItFails([&]() -> std::optional<std::uint64_t> {
+        return platform::bytesHeld(load({beginning, nullptr}, loadOptions()), loader);
+    });
+    return decoding ? file.size() + *decoding : std::numeric_limits<std::uint64_t>::max();
 }
 
 Image::Image(std::unique_ptr<Source> source)
@@ -350,7 +423,7 @@ QImage Image::uprightWithin(std::int32_t side, const ColorSpace& colorSpace) con
 
 QDateTime Image::captureTime() const {
     return unlessItFails([&]() -> QDateTime {
-        const VImage header = load(source_->data, loadOptions());
+        const VImage header = load(source_->bytes, loadOptions());
         if (header.get_typeof(kCaptureTimeField) == 0)
             return {};
         // What follows the time is libvips's description of the field.

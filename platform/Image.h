@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/ColorSpace.h"
+#include "platform/ImageFile.h"
 
 #include <QtCore/QByteArray>
 #include <QtCore/QDateTime>
@@ -10,6 +11,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <string_view>
 
 namespace platform {
 
@@ -24,6 +26,14 @@ class Image {
 public:
     /// Empty where the data is no image that can be read. Keeps `data`, copies nothing.
     static std::unique_ptr<Image> open(const QByteArray& data);
+    /// The same of a file. Most formats are read whole; of a TIFF, which may be large, no more than is
+    /// decoded.
+    static std::unique_ptr<Image> openFile(const std::shared_ptr<const ImageFile>& file);
+    /// Whether that reads the file whole.
+    static bool isReadWhole(const ImageFile& file);
+    /// What the file's image holds at once at most, opened and decoded, besides a few lines of pixels; more
+    /// than there is where the beginning of the file doesn't tell.
+    static std::uint64_t bytesHeld(const ImageFile& file);
 
     ~Image();
     Image(const Image&) = delete;
@@ -50,6 +60,7 @@ public:
 private:
     struct Source;
     explicit Image(std::unique_ptr<Source> source);
+    static std::unique_ptr<Image> open(Source source, std::string_view loader);
     std::unique_ptr<Source> source_;
 };
 

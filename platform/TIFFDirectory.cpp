@@ -2,8 +2,10 @@
 
 #include <QtCore/QtEndian>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
+#include <utility>
 
 namespace platform {
 
@@ -31,39 +33,65 @@ struct Layout {
 constexpr Layout kClassic{4, 2, 12, 8, 4};
 constexpr Layout kBig{8, 8, 20, 12, 8};
 
-class Reader {
+/// Some bytes of the file, at hand.
+class Block {
 public:
-    explicit Reader(QByteArrayView file)
-        : file_(file)
-        , isLittleEndian_(file.startsWith("II")) {}
+    Block(QByteArray bytes, bool isLittleEndian)
+        : bytes_(std::move(bytes))
+        , isLittleEndian_(isLittleEndian) {}
 
-    bool holds(std::uint64_t position, std::uint64_t count) const {
-        const auto size = static_cast<std::uint64_t>(file_.size());
-        return position <= size && count <= size - position;
-    }
-
-    std::uint16_t shortAt(std::uint64_t position) const { return number<std::uint16_t>(position); }
-    std::uint64_t wordAt(std::uint64_t position, std::uint64_t size) const {
+    std::uint16_t shortAt(std::uint64_t offset) const { return number<std::uint16_t>(offset); }
+    std::uint64_t wordAt(std::uint64_t offset, std::uint64_t size) const {
         switch (size) {
         case sizeof(std::uint16_t):
-            return number<std::uint16_t>(position);
+            return number<std::uint16_t>(offset);
         case sizeof(std::uint32_t):
-            return number<std::uint32_t>(position);
+            return number<std::uint32_t>(offset);
         default:
-            return number<std::uint64_t>(position);
+            return number<std::uint64_t>(offset);
         }
     }
 
 private:
-    /// The caller has made sure that the file holds it.
+    /// The caller has made sure that the block holds it.
     template <typename Number>
-    Number number(std::uint64_t position) const {
-        const char* at = file_.data() + position;
+    Number number(std::uint64_t offset) const {
+        const char* at = bytes_.constData() + offset;
         return isLittleEndian_ ? qFromLittleEndian<Number>(at) : qFromBigEndian<Number>(at);
     }
 
-    QByteArrayView file_;
+    QByteArray bytes_;
     bool isLittleEndian_;
+};
+
+class Reader {
+public:
+    Reader(std::uint64_t size, const TIFFDirectory::Bytes& bytes)
+        : size_(size)
+        , bytes_(bytes)
+        , isLittleEndian_(bytes(0, 2) == "II") {}
+
+    bool holds(std::uint64_t position, std::uint64_t count) const {
+        return position <= size_ && count <= size_ - position;
+    }
+    /// Without a value where the file does not hold it.
+    std::optional<Block> block(std::uint64_t position, std::uint64_t count) const {
+        if (!holds(position, count))
+            return std::nullopt;
+        QByteArray bytes = bytes_(position, count);
+        if (static_cast<std::uint64_t>(bytes.size()) < count)
+            return std::nullopt;
+        return Block(std::move(bytes), isLittleEndian_);
+    }
+    std::optional<std::uint64_t> word(std::uint64_t position, std::uint64_t size) const {
+        const auto found = block(position, size);
+        return found ? std::optional(found->wordAt(0, size)) : std::nullopt;
+    }
+
+private:
+    const std::uint64_t size_;
+    const TIFFDirectory::Bytes& bytes_;
+    const bool isLittleEndian_;
 };
 
 TIFFDirectory::ExtraSample extraSample(std::uint16_t value) {
@@ -71,56 +99,75 @@ TIFFDirectory::ExtraSample extraSample(std::uint16_t value) {
                                                                     : TIFFDirectory::ExtraSample::Unspecified;
 }
 
-/// Where the entry's value stands; without a value where that is not wholly in the file.
-std::optional<std::uint64_t> valuePosition(const Reader& reader, const Layout& layout, std::uint64_t entry) {
-    const std::uint16_t type = reader.shortAt(entry + 2);
-    const std::uint64_t count = reader.wordAt(entry + 4, layout.wordSize);
+/// Where the value of the entry at `entry` of the directory's `entries`, which stand at `position`, stands;
+/// without a value where that is not wholly in the file.
+std::optional<std::uint64_t> valuePosition(const Reader& reader, const Layout& layout, const Block& entries,
+                                           std::uint64_t position, std::uint64_t entry) {
+    const std::uint16_t type = entries.shortAt(entry + 2);
+    const std::uint64_t count = entries.wordAt(entry + 4, layout.wordSize);
     const std::uint64_t size = type < kTypeSizes.size() ? kTypeSizes[type] : 0;
     if (size == 0 || count <= layout.wordSize / size)
-        return entry + layout.valueAt;
-    const std::uint64_t position = reader.wordAt(entry + layout.valueAt, layout.wordSize);
-    if (count > UINT64_MAX / size || !reader.holds(position, count * size))
+        return position + entry + layout.valueAt;
+    const std::uint64_t value = entries.wordAt(entry + layout.valueAt, layout.wordSize);
+    if (count > UINT64_MAX / size || !reader.holds(value, count * size))
         return std::nullopt;
-    return position;
+    return value;
 }
 
 /// The directory at `*offset`, which becomes that of the next one, or 0.
 std::optional<TIFFDirectory> directoryAt(const Reader& reader, const Layout& layout, std::uint64_t* offset) {
-    if (!reader.holds(*offset, layout.countSize))
+    const auto count = reader.word(*offset, layout.countSize);
+    if (!count || *count > UINT16_MAX)
         return std::nullopt;
-    const std::uint64_t count = reader.wordAt(*offset, layout.countSize);
-    const std::uint64_t entries = *offset + layout.countSize;
-    if (count > UINT16_MAX || !reader.holds(entries, count * layout.entrySize + layout.wordSize))
+    const std::uint64_t position = *offset + layout.countSize;
+    const auto entries = reader.block(position, *count * layout.entrySize + layout.wordSize);
+    if (!entries)
         return std::nullopt;
 
-    TIFFDirectory directory;
-    for (std::uint64_t i = 0; i < count; ++i) {
-        const std::uint64_t entry = entries + i * layout.entrySize;
-        const auto value = valuePosition(reader, layout, entry);
+    std::optional<std::uint64_t> extraSampleAt;
+    for (std::uint64_t i = 0; i < *count; ++i) {
+        const std::uint64_t entry = i * layout.entrySize;
+        const auto value = valuePosition(reader, layout, *entries, position, entry);
         if (!value)
             return std::nullopt;
-        if (reader.shortAt(entry) == kExtraSamplesTag && reader.shortAt(entry + 2) == kShortType)
-            directory.extraSample = extraSample(reader.shortAt(*value));
+        if (entries->shortAt(entry) == kExtraSamplesTag && entries->shortAt(entry + 2) == kShortType)
+            extraSampleAt = value;
     }
-    *offset = reader.wordAt(entries + count * layout.entrySize, layout.wordSize);
+    *offset = entries->wordAt(*count * layout.entrySize, layout.wordSize);
+    TIFFDirectory directory;
+    if (extraSampleAt) {
+        const auto value = reader.word(*extraSampleAt, sizeof(std::uint16_t));
+        if (!value)
+            return std::nullopt;
+        directory.extraSample = extraSample(static_cast<std::uint16_t>(*value));
+    }
     return directory;
 }
 
 } // namespace
 
 std::optional<TIFFDirectory> TIFFDirectory::read(QByteArrayView file) {
-    const Reader reader(file);
+    return read(static_cast<std::uint64_t>(file.size()), [file](std::uint64_t position, std::uint64_t count) {
+        const auto size = static_cast<std::uint64_t>(file.size());
+        return QByteArray::fromRawData(file.data() + position,
+                                       static_cast<qsizetype>(std::min(count, size - position)));
+    });
+}
+
+std::optional<TIFFDirectory> TIFFDirectory::read(std::uint64_t size, const Bytes& bytes) {
+    const Reader reader(size, bytes);
     if (!reader.holds(0, kBig.firstOffsetAt))
         return std::nullopt;
-    const Layout& layout = reader.shortAt(2) == kBigTIFFVersion ? kBig : kClassic;
-    if (!reader.holds(layout.firstOffsetAt, layout.wordSize))
+    const auto version = reader.word(2, sizeof(std::uint16_t));
+    const Layout& layout = version == kBigTIFFVersion ? kBig : kClassic;
+    auto offset = reader.word(layout.firstOffsetAt, layout.wordSize);
+    if (!offset)
         return std::nullopt;
 
-    std::uint64_t offset = reader.wordAt(layout.firstOffsetAt, layout.wordSize);
-    const auto first = directoryAt(reader, layout, &offset);
+    const auto first = directoryAt(reader, layout, &*offset);
     std::optional<TIFFDirectory> last = first;
-    for (int i = 1; last && offset != 0 && i < kMostDirectories; ++i)
-        last = directoryAt(reader, layout, &offset);
+    for (int i = 1; last && *offset != 0 && i < kMostDirectories; ++i)
+        last = directoryAt(reader, layout, &*offset);
     return last ? first : std::nullopt;
 }
 

@@ -3,8 +3,10 @@
 #include "host/desktop/PictureReader.h"
 #include "platform/RunLoop.h"
 
+#include <malloc.h>
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <deque>
 #include <functional>
@@ -21,8 +23,16 @@ namespace {
 /// Decoding must not take the processor from what the user sees moving, nor from an export.
 constexpr int kNiceness = 10;
 constexpr qsizetype kBytesPerPixel = 4;
+/// What is kept at least where a large picture takes the memory.
+constexpr qsizetype kLeastCacheBytes = qsizetype{16} * 1024 * 1024;
 /// Until a thread is asked for again where the system had none.
 constexpr auto kStartInterval = 1s;
+
+/// Main thread.
+std::vector<PictureLoader*>& allLoaders() {
+    static std::vector<PictureLoader*> loaders;
+    return loaders;
+}
 
 } // namespace
 
@@ -86,7 +96,8 @@ private:
             queue_.pop_front();
             underWay_.insert(path);
             lock.unlock();
-            done_(round, path, side, readPicture(path, side));
+            done_(round, path, side,
+                  readPicture(path, side, [] { platform::RunLoop::main()->post([] { makeRoom(); }); }));
             lock.lock();
             underWay_.remove(path);
         }
@@ -116,6 +127,7 @@ PictureLoader::PictureLoader(int threads, qsizetype cacheBytes)
                     (*loader)->keep(path, side, image);
             });
         });
+    allLoaders().push_back(this);
     startTimer_.setSingleShot(true);
     startTimer_.setInterval(kStartInterval);
     connect(&startTimer_, &QTimer::timeout, this, &PictureLoader::startThreads);
@@ -127,12 +139,15 @@ void PictureLoader::startThreads() {
         startTimer_.start();
 }
 
-PictureLoader::~PictureLoader() = default;
+PictureLoader::~PictureLoader() {
+    std::erase(allLoaders(), this);
+}
 
 void PictureLoader::want(const std::vector<QByteArray>& paths, int side) {
     // Counted as if all were square: more would push each other out.
     const qsizetype room = cache_.maxCost() / (kBytesPerPixel * side * side);
     const auto count = std::min(paths.size(), static_cast<std::size_t>(std::max<qsizetype>(room, 1)));
+    wantedBytes_ = static_cast<qsizetype>(count) * kBytesPerPixel * side * side;
     std::deque<QByteArray> missing;
     for (std::size_t i = 0; i < count; ++i) {
         if (!isAtHand(paths[i], side))
@@ -151,6 +166,19 @@ bool PictureLoader::isAtHand(const QByteArray& path, int side) const {
 QImage PictureLoader::picture(const QByteArray& path) const {
     const Cached* const cached = cache_.object(path);
     return cached ? cached->image : QImage();
+}
+
+void PictureLoader::makeRoom() {
+    for (PictureLoader* const loader : allLoaders()) {
+        auto& cache = loader->cache_;
+        const qsizetype bound = cache.maxCost();
+        const qsizetype left = std::max(loader->wantedBytes_, kLeastCacheBytes);
+        if (cache.totalCost() <= left)
+            continue;
+        cache.setMaxCost(left);
+        cache.setMaxCost(bound);
+        ::malloc_trim(0); // So small as thumbnails are, it would keep them.
+    }
 }
 
 void PictureLoader::forgetFailures() {

@@ -33,7 +33,9 @@ public:
     QImage picture(const QByteArray& path) const;
     bool isUnreadable(const QByteArray& path) const { return unreadable_.contains(path); }
     qsizetype cachedBytes() const { return cache_.totalCost(); }
-    /// Forgets which pictures could not be read: their files may have changed.
+    /// Gives back, in all loaders, what is not wanted right now, up to a little: a large picture is decoded.
+    static void makeRoom();
+    /// Forgets which pictures could not be read: what was wrong may have passed.
     void forgetFailures();
     /// Forgets what was read from these files, also what is just being read: they have changed.
     void forget(const std::vector<QByteArray>& paths);
@@ -56,6 +58,7 @@ private:
     void keep(const QByteArray& path, int side, const QImage& image);
 
     mutable QCache<QByteArray, Cached> cache_;
+    qsizetype wantedBytes_ = 0;
     QSet<QByteArray> unreadable_;
     int round_ = 0; ///< Counts what was forgotten: what was begun before does not count any more.
     std::shared_ptr<PictureLoader*> self_; ///< For results that are still on their way when it is gone.

@@ -1,9 +1,13 @@
 #include "host/desktop/PictureReader.h"
 
-#include "host/core/FileContents.h"
 #include "platform/ColorSpace.h"
 #include "platform/Image.h"
 
+#include <malloc.h>
+
+#include <algorithm>
+#include <condition_variable>
+#include <cstdint>
 #include <mutex>
 #include <new>
 
@@ -11,33 +15,64 @@ namespace host::desktop {
 
 namespace {
 
-/// Files from this size on are read one at a time, so that memory stays bounded.
-constexpr qsizetype kLargeFile = qsizetype{32} * 1024 * 1024;
+using platform::Image;
+using platform::ImageFile;
+
+/// What the pictures that are decoded at the same time hold together, of the table and of the preview. One
+/// that holds more is decoded alone.
+constexpr std::uint64_t kDecodingBytes = std::uint64_t{96} << 20;
+/// Larger files are not read whole for a time.
+constexpr std::uint64_t kLargeFile = std::uint64_t{32} << 20;
 /// What holds a JPEG's Exif data, which comes first in the file.
-constexpr qsizetype kHeaderSize = qsizetype{256} * 1024;
+constexpr std::uint64_t kHeaderSize = std::uint64_t{256} << 10;
 
-std::mutex largeFileMutex;
+/// A part of `kDecodingBytes`, for as long as it lives. Whoever came first gets it first: small pictures
+/// would keep a large one waiting.
+class DecodingShare {
+public:
+    explicit DecodingShare(std::uint64_t bytes)
+        : bytes_(std::min(bytes, kDecodingBytes)) {
+        std::unique_lock lock(mutex);
+        const unsigned number = lastNumber++;
+        changed.wait(lock, [this, number] { return number == nextNumber && bytes_ <= free; });
+        ++nextNumber;
+        free -= bytes_;
+        changed.notify_all();
+    }
+    ~DecodingShare() {
+        const std::lock_guard lock(mutex);
+        free += bytes_;
+        changed.notify_all();
+    }
+    DecodingShare(const DecodingShare&) = delete;
+    DecodingShare& operator=(const DecodingShare&) = delete;
 
-/// Without a file, or without memory for it: empty.
-QByteArray contents(const QByteArray& path, qsizetype atMost) {
-    QString ignored;
-    return fileContents(path, ignored, atMost).value_or(QByteArray());
-}
+private:
+    static inline std::mutex mutex;
+    static inline std::condition_variable changed;
+    static inline unsigned lastNumber = 0;
+    static inline unsigned nextNumber = 0;
+    static inline std::uint64_t free = kDecodingBytes;
 
-QImage decoded(const QByteArray& data, int side) {
-    const auto image = platform::Image::open(data);
-    return image ? image->uprightWithin(side, *platform::ColorSpace::sRGB()) : QImage();
-}
+    const std::uint64_t bytes_;
+};
 
 } // namespace
 
-QImage readPicture(const QByteArray& path, int side) {
+QImage readPicture(const QByteArray& path, int side, const std::function<void()>& makeRoom) {
     try {
-        const QByteArray beginning = contents(path, kLargeFile);
-        if (beginning.size() < kLargeFile)
-            return decoded(beginning, side);
-        const std::lock_guard lock(largeFileMutex);
-        return decoded(contents(path, std::numeric_limits<qsizetype>::max()), side);
+        const auto file = ImageFile::open(path);
+        if (!file)
+            return {};
+        const std::uint64_t bytes = Image::bytesHeld(*file);
+        const DecodingShare share(bytes);
+        if (bytes > kDecodingBytes)
+            makeRoom();
+        const auto image = Image::openFile(file);
+        const QImage picture = image ? image->uprightWithin(side, *platform::ColorSpace::sRGB()) : QImage();
+        if (bytes > kDecodingBytes)
+            ::malloc_trim(0);
+        return picture;
     } catch (const std::bad_alloc&) {
         return {};
     }
@@ -45,12 +80,14 @@ QImage readPicture(const QByteArray& path, int side) {
 
 QDateTime readCaptureTime(const QByteArray& path) {
     try {
-        const QByteArray header = contents(path, kHeaderSize);
-        if (const auto image = platform::Image::open(header))
+        const auto file = ImageFile::open(path);
+        if (!file)
+            return {};
+        if (const auto image = Image::open(file->bytes(0, kHeaderSize)))
             return image->captureTime();
         // Other formats keep their descriptions anywhere.
-        const auto image =
-            header.size() < kHeaderSize ? nullptr : platform::Image::open(contents(path, kLargeFile));
+        const bool isTooLarge = Image::isReadWhole(*file) && file->size() > kLargeFile;
+        const auto image = file->size() <= kHeaderSize || isTooLarge ? nullptr : Image::openFile(file);
         return image ? image->captureTime() : QDateTime();
     } catch (const std::bad_alloc&) {
         return {};

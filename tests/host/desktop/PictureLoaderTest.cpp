@@ -2,6 +2,7 @@
 
 #include "host/desktop/CaptureTimeReader.h"
 #include "host/desktop/PictureReader.h"
+#include "platform/Image.h"
 #include "tests/host/desktop/PhotographFolder.h"
 #include "tests/support/Pictures.h"
 #include "tests/support/Waiting.h"
@@ -10,7 +11,12 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
 #include <cstdio>
+#include <thread>
 
 using namespace host::desktop;
 using test_support::waitUntil;
@@ -86,6 +92,47 @@ TEST_F(Pictures, FitIntoTheSideAndAreNeverEnlarged) {
     EXPECT_EQ(readPicture(path, 5000).size(), QSize(600, 300));
 }
 
+TEST_F(Pictures, ThatTakeMuchMemoryAreDecodedOneAfterTheOther) {
+    // Their decoder holds the coefficients of the whole picture, however small the file is.
+    const QByteArray path = folder_.file(
+        QStringLiteral("a.jpg"), test_support::file(test_support::gradient(5000, 3600), ".jpg[interlace]"));
+    std::atomic<int> decoding = 0, most = 0, count = 0;
+    const auto read = [&] {
+        const QImage picture = readPicture(path, 100, [&] {
+            most = std::max<int>(most, ++decoding);
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            --decoding;
+            ++count;
+        });
+        EXPECT_EQ(picture.size(), QSize(100, 72));
+    };
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 3; ++i)
+        threads.emplace_back(read);
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(count, 3);
+    EXPECT_EQ(most, 1);
+}
+
+TEST_F(Pictures, ThatTakeLittleMemoryTakeNoRoomFromOthers) {
+    const auto picture = test_support::gradient(5000, 3600);
+    for (const char* format : {".jpg", ".png"}) {
+        const QByteArray path =
+            folder_.file(QLatin1Char('a') + QLatin1String(format), test_support::file(picture, format));
+        EXPECT_EQ(readPicture(path, 100, [format] { ADD_FAILURE() << format; }).width(), 100);
+    }
+}
+
+TEST_F(Pictures, OfATIFFThatIsCutOffWhileItIsReadAreUnreadable) {
+    const QByteArray bytes = test_support::file(test_support::noise(1000, 1000), ".tif");
+    const QByteArray path = folder_.file(QStringLiteral("a.tif"), bytes);
+    const auto image = platform::Image::openFile(platform::ImageFile::open(path));
+    ASSERT_TRUE(image);
+    ASSERT_EQ(truncate(path.constData(), bytes.size() / 2), 0);
+    EXPECT_TRUE(image->uprightWithin(100, *platform::ColorSpace::sRGB()).isNull());
+}
+
 TEST_F(Pictures, ThatAreCutOffOrNoneAreUnreadable) {
     folder_.picture(QStringLiteral("a.jpg"), {600, 300});
     QFile whole(folder_.filePath(QStringLiteral("a.jpg")));
@@ -95,7 +142,12 @@ TEST_F(Pictures, ThatAreCutOffOrNoneAreUnreadable) {
         readPicture(folder_.file(QStringLiteral("b.jpg"), bytes.left(bytes.size() / 2)), 100).isNull());
     EXPECT_TRUE(readPicture(folder_.file(QStringLiteral("c.jpg"), "no picture"), 100).isNull());
     EXPECT_TRUE(readPicture(folder_.file(QStringLiteral("d.jpg"), ""), 100).isNull());
+    const QByteArray tiff = test_support::file(test_support::gradient(600, 300), ".tif");
+    EXPECT_FALSE(readPicture(folder_.file(QStringLiteral("f.tif"), tiff), 100).isNull());
+    EXPECT_TRUE(readPicture(folder_.file(QStringLiteral("g.tif"), tiff.left(tiff.size() / 2)), 100).isNull());
+    EXPECT_TRUE(readPicture(folder_.file(QStringLiteral("h.tif"), tiff.chopped(1)), 100).isNull());
     EXPECT_TRUE(readPicture("/nowhere/e.jpg", 100).isNull());
+    EXPECT_TRUE(readPicture(folder_.bytes(), 100).isNull());
 }
 
 TEST_F(Pictures, TellWhenTheyWereTaken) {
@@ -221,6 +273,26 @@ TEST_F(SmallCache, StaysWithinItsBoundAndPushesNothingOutThatIsWanted) {
         EXPECT_LE(loader_.cachedBytes(), kMebibyte);
     }
     EXPECT_TRUE(loader_.picture(paths.front()).isNull());
+}
+
+TEST_F(Loader, GivesBackWhatIsNotWantedWhereALargePictureNeedsRoom) {
+    PictureLoader other(1, 64 * kMebibyte);
+    std::vector<QByteArray> paths;
+    for (int i = 0; i < 12; ++i)
+        paths.push_back(folder_.picture(QStringLiteral("%1.png").arg(i), {1000, 800}));
+    other.want(paths, 1000); // Of some 3 MiB each.
+    ASSERT_TRUE(waitUntil([&] { return other.cachedBytes() > 35 * kMebibyte; }));
+    other.want({paths[3]}, 1000);
+    const QByteArray large =
+        folder_.file(QStringLiteral("large.jpg"),
+                     test_support::file(test_support::gradient(5000, 3600), ".jpg[interlace]"));
+    loader_.want({large}, 128);
+    ASSERT_TRUE(waitUntil([this] { return loaded_.size() == 1; }));
+    EXPECT_LE(other.cachedBytes(), 16 * kMebibyte);
+    EXPECT_FALSE(other.picture(paths[3]).isNull());
+    // Only for that moment.
+    other.want(paths, 1000);
+    EXPECT_TRUE(waitUntil([&] { return other.cachedBytes() > 35 * kMebibyte; }));
 }
 
 TEST_F(SmallCache, LeavesOutWhatWouldNotFit) {

@@ -6,10 +6,12 @@
 #include "hostapi/SettingsPanel.h"
 #include "tests/host/desktop/PhotographFolder.h"
 #include "tests/support/MessageAnswers.h"
+#include "tests/support/Pictures.h"
 #include "tests/support/Waiting.h"
 
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QEventLoop>
+#include <QtCore/QFileInfo>
 #include <QtCore/QJsonDocument>
 #include <QtCore/QProcess>
 #include <QtCore/QRegularExpression>
@@ -75,6 +77,12 @@ qint64 peakMemory() {
         return -1;
     static const QRegularExpression peak(QStringLiteral("VmHWM:\\s+(\\d+)"));
     return peak.match(QString::fromLatin1(status.readAll())).captured(1).toLongLong();
+}
+
+void forgetPeakMemory() {
+    QFile references(QStringLiteral("/proc/self/clear_refs"));
+    ASSERT_TRUE(references.open(QIODevice::WriteOnly));
+    ASSERT_EQ(references.write("5"), 1); // proc(5)
 }
 
 /// A service on this machine, for as long as it lives.
@@ -180,6 +188,50 @@ TEST_F(ManyPhotographs, FiveThousandScrollSmoothlyWithinTheirMemory) {
                 heartbeat.count(), static_cast<long long>(peakMemory() / 1024));
     EXPECT_LT(heartbeat.percentile(0.999), kLongestPause);
     EXPECT_LT(peakMemory(), kMostMemory);
+}
+
+TEST_F(ManyPhotographs, LargeOnesAmongThemStayWithinTheMemoryToo) {
+    constexpr int kCount = 2000;
+    constexpr int kLargeCount = 4;
+    make(kCount, {3000, 2000});
+    {
+        // 45 megapixels whose decoder holds 256 MiB; named to come last.
+        const QByteArray large =
+            test_support::file(test_support::gradient(8192, 5464), ".jpg[Q=90,interlace,subsample_mode=off]");
+        for (int i = 0; i < kLargeCount; ++i)
+            folder_.file(QStringLiteral("ZZZ_%1.jpg").arg(i), large);
+    }
+    forgetPeakMemory();
+    open(kCount + kLargeCount);
+    QScrollBar* const bar = table()->verticalScrollBar();
+    ASSERT_TRUE(waitUntil([bar] { return bar->maximum() > 0; }));
+    const auto isLoaded = [this](int row) {
+        return !table()->model()->index(row, 0).data(Qt::DecorationRole).value<QImage>().isNull();
+    };
+    // All that is passed on the way is loaded, and kept.
+    while (true) {
+        const int last = table()->visibleRows().second;
+        ASSERT_TRUE(waitUntil([&] { return isLoaded(last); }, kExportDeadline));
+        if (bar->value() == bar->maximum())
+            break;
+        bar->setValue(bar->value() + bar->pageStep());
+        test_support::runLoopFor(1ms);
+    }
+    for (int row = 0; row < kLargeCount; ++row)
+        EXPECT_TRUE(waitUntil([&] { return isLoaded(kCount + row); }, kExportDeadline));
+    std::printf("memory: %lld MiB\n", static_cast<long long>(peakMemory() / 1024));
+    EXPECT_LT(peakMemory(), kMostMemory);
+}
+
+TEST_F(ManyPhotographs, ALargeTIFFIsNotReadWhole) {
+    const QByteArray path = folder_.file(QStringLiteral("a.tif"),
+                                         test_support::file(test_support::gradient(12'000, 8000), ".tif"));
+    forgetPeakMemory();
+    const qint64 before = peakMemory();
+    open(1);
+    ASSERT_TRUE(waitUntil(
+        [this] { return !table()->model()->index(0, 0).data(Qt::DecorationRole).value<QImage>().isNull(); }));
+    EXPECT_LT(peakMemory() - before, QFileInfo(QFile::decodeName(path)).size() / 1024 / 2);
 }
 
 TEST_F(ManyPhotographs, AThousandAreExportedWhileTheWindowStaysAlive) {

@@ -1,0 +1,99 @@
+#include "platform/ImageFile.h"
+
+#include <vips/vips8>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+namespace platform {
+
+namespace {
+
+/// Fewer bytes than asked for only where the file ends or can't be read: -1 if nothing could.
+std::int64_t readAt(int descriptor, std::uint64_t position, void* to, std::size_t count) {
+    std::size_t length = 0;
+    while (length < count) {
+        const ssize_t read = pread(descriptor, static_cast<char*>(to) + length, count - length,
+                                   static_cast<off_t>(position + length));
+        if (read < 0 && errno == EINTR)
+            continue;
+        if (read < 0 && length == 0)
+            return -1;
+        if (read <= 0)
+            break;
+        length += static_cast<std::size_t>(read);
+    }
+    return static_cast<std::int64_t>(length);
+}
+
+} // namespace
+
+std::shared_ptr<const ImageFile> ImageFile::open(const QByteArray& path) {
+    // Never waits for a writer, should a pipe be there instead of a file.
+    const int descriptor = ::open(path.constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    struct stat status {};
+    if (descriptor < 0)
+        return nullptr;
+    if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
+        close(descriptor);
+        return nullptr;
+    }
+    return std::shared_ptr<const ImageFile>(
+        new ImageFile(descriptor, static_cast<std::uint64_t>(status.st_size)));
+}
+
+ImageFile::ImageFile(int descriptor, std::uint64_t size)
+    : descriptor_(descriptor)
+    , size_(size) {}
+
+ImageFile::~ImageFile() {
+    close(descriptor_);
+}
+
+QByteArray ImageFile::bytes(std::uint64_t position, std::uint64_t count) const {
+    if (position >= size_)
+        return {};
+    QByteArray bytes(static_cast<qsizetype>(std::min(count, size_ - position)), Qt::Uninitialized);
+    const std::int64_t length =
+        readAt(descriptor_, position, bytes.data(), static_cast<std::size_t>(bytes.size()));
+    bytes.truncate(static_cast<qsizetype>(std::max<std::int64_t>(length, 0)));
+    return bytes;
+}
+
+vips::VSource ImageFile::source() const {
+    struct Reading {
+        std::shared_ptr<const ImageFile> file;
+        std::int64_t position = 0;
+    };
+    using Read = gint64 (*)(VipsSourceCustom*, void*, gint64, void*);
+    using Seek = gint64 (*)(VipsSourceCustom*, gint64, int, void*);
+    const Read read = [](VipsSourceCustom*, void* to, gint64 count, void* data) -> gint64 {
+        auto* const reading = static_cast<Reading*>(data);
+        const std::int64_t length =
+            readAt(reading->file->descriptor_, static_cast<std::uint64_t>(reading->position), to,
+                   static_cast<std::size_t>(count));
+        reading->position += std::max<std::int64_t>(length, 0);
+        return length;
+    };
+    const Seek seek = [](VipsSourceCustom*, gint64 offset, int whence, void* data) -> gint64 {
+        auto* const reading = static_cast<Reading*>(data);
+        if (whence == SEEK_CUR)
+            offset += reading->position;
+        else if (whence == SEEK_END)
+            offset += static_cast<gint64>(reading->file->size());
+        return offset < 0 ? -1 : reading->position = offset;
+    };
+    const GClosureNotify release = [](void* data, GClosure*) { delete static_cast<Reading*>(data); };
+
+    VipsSourceCustom* const source = vips_source_custom_new();
+    auto* const reading = new Reading{shared_from_this()};
+    g_signal_connect_data(source, "seek", G_CALLBACK(seek), reading, nullptr, GConnectFlags{});
+    g_signal_connect_data(source, "read", G_CALLBACK(read), reading, release, GConnectFlags{});
+    return vips::VSource(VIPS_SOURCE(source));
+}
+
+} // namespace platform
