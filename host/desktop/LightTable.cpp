@@ -122,6 +122,11 @@ void LightTable::loadVisible() {
     loader_.want(wanted, loadedSide(thumbnailSide() * devicePixelRatioF()));
 }
 
+void LightTable::retryFailures() {
+    loader_.forgetFailures();
+    loadTimer_.start();
+}
+
 void LightTable::keyPressEvent(QKeyEvent* event) {
     const bool isOpening =
         event->key() == Qt::Key_Space || event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter;

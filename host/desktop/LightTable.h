@@ -26,6 +26,8 @@ public:
 
     /// The rows in view; the last one before the first where there are none.
     std::pair<int, int> visibleRows() const;
+    /// Once more those in view that could not be read: what was wrong may have passed.
+    void retryFailures();
     /// What stands in place of photographs where there are none.
     void setEmptyText(const QString& text);
     const QString& emptyText() const { return emptyText_; }

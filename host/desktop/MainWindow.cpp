@@ -331,6 +331,7 @@ void MainWindow::addFound(FoundPhotographs found) {
     if (const QString text = passedOverText(found); !text.isEmpty())
         fileNotice_->showNotice(text);
     model_.add(std::move(found.photographs));
+    retryFailures();
     // Of a folder that could not be read it is not known.
     if (found.unreadFolders.empty())
         lightTable_->setEmptyText(emptyTableText(found.folderNames));
@@ -425,10 +426,19 @@ void MainWindow::lookForChanges() {
     findChangedInBackground(model_.files(), [window = QPointer(this)](const std::vector<SeenFile>& changed) {
         if (!window)
             return;
-        window->model_.setChanged(changed);
-        if (window->model_.sortOrder() == SortOrder::CaptureTime)
-            window->readCaptureTimes();
+        if (!changed.empty()) {
+            window->model_.setChanged(changed);
+            if (window->model_.sortOrder() == SortOrder::CaptureTime)
+                window->readCaptureTimes();
+        }
+        // The folder of a server may have been away for a moment: its files are as they were.
+        window->retryFailures();
     });
+}
+
+void MainWindow::retryFailures() {
+    lightTable_->retryFailures();
+    preview_->retryFailures();
 }
 
 void MainWindow::updateSelection() {

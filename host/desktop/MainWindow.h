@@ -62,6 +62,7 @@ private:
     void setSortOrder(SortOrder order);
     void readCaptureTimes();
     void lookForChanges();
+    void retryFailures();
     void updateSelection();
     void updateTitle();
     void showHelp();

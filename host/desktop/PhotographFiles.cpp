@@ -136,8 +136,7 @@ void findChangedInBackground(std::vector<SeenFile> files,
                              std::function<void(const std::vector<SeenFile>&)> found) {
     runInBackground("find-changes", [files = std::move(files), found = std::move(found)] {
         const auto changed = std::make_shared<std::vector<SeenFile>>(findChanged(files));
-        if (!changed->empty())
-            platform::RunLoop::main()->post([changed, found] { found(*changed); });
+        platform::RunLoop::main()->post([changed, found] { found(*changed); });
     });
 }
 

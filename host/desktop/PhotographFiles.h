@@ -40,7 +40,7 @@ struct SeenFile {
 /// Those of the files that have changed since, as they are now; what is gone is not among them. Any thread.
 std::vector<SeenFile> findChanged(std::vector<SeenFile> files);
 
-/// The same on a thread of its own; `found` is called on the main thread, where there is any.
+/// The same on a thread of its own; `found` is called on the main thread, also where there is none.
 void findChangedInBackground(std::vector<SeenFile> files,
                              std::function<void(const std::vector<SeenFile>&)> found);
 

@@ -54,6 +54,12 @@ void Preview::show(const QModelIndex& index) {
     update();
 }
 
+void Preview::retryFailures() {
+    loader_.forgetFailures();
+    if (isVisible())
+        load();
+}
+
 void Preview::announce() {
     setAccessibleName(index_.data(Qt::AccessibleTextRole).toString());
     setAccessibleDescription(tr("%1 of %2").arg(index_.row() + 1).arg(model_.rowCount()));
@@ -119,6 +125,11 @@ void Preview::resizeEvent(QResizeEvent*) {
     load();
 }
 
+void Preview::hideEvent(QHideEvent* event) {
+    if (!event->spontaneous())
+        loader_.want({}, 1);
+}
+
 void Preview::paintEvent(QPaintEvent*) {
     if (!index_.isValid())
         return;
@@ -133,13 +144,14 @@ void Preview::paintEvent(QPaintEvent*) {
                               QString::number(model_.rowCount())));
 
     const QRect area = rect().adjusted(0, 0, 0, -captionHeight);
-    const QByteArray path = model_.photograph(index_.row()).path;
-    if (loader_.isUnreadable(path)) {
+    const Photograph& photograph = model_.photograph(index_.row());
+    QImage picture = loader_.picture(photograph.path);
+    const bool isWhole = !picture.isNull();
+    // It may be tried once more meanwhile, which is not to be seen.
+    if (!isWhole && photograph.state == Photograph::State::Unreadable) {
         painter.drawText(area, Qt::AlignCenter, tr("This file cannot be read as a picture."));
         return;
     }
-    QImage picture = loader_.picture(path);
-    const bool isWhole = !picture.isNull();
     if (!isWhole)
         picture = index_.data(Qt::DecorationRole).value<QImage>();
     if (picture.isNull())

@@ -18,6 +18,8 @@ public:
 
     void show(const QModelIndex& index);
     QModelIndex index() const { return index_; }
+    /// Once more, if it could not be read: what was wrong may have passed.
+    void retryFailures();
 
 Q_SIGNALS:
     /// Another photograph is shown.
@@ -28,6 +30,7 @@ Q_SIGNALS:
 protected:
     void paintEvent(QPaintEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
+    void hideEvent(QHideEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
     void mouseDoubleClickEvent(QMouseEvent* event) override;
     void wheelEvent(QWheelEvent* event) override;

@@ -169,6 +169,59 @@ TEST_F(Window, LooksAnewAtWhatHasChangedWhenItsUserComesBack) {
     EXPECT_EQ(color(2), QColor(Qt::red));
 }
 
+TEST_F(Window, TriesAgainWhatCouldNotBeReadForAMoment) {
+    constexpr int kCount = 200;
+    const QString away = folder_.path() + QStringLiteral(" away");
+    const auto isUnreadable = [this](int row) {
+        return index(row).data(Qt::AccessibleTextRole).toString().contains(QStringLiteral("cannot be read"));
+    };
+    for (int i = 0; i < kCount; ++i)
+        folder_.picture(QStringLiteral("%1.png").arg(i));
+    const int damaged = kCount;
+    folder_.file(QStringLiteral("damaged.png"), "no picture");
+    open({folder_.bytes()}, kCount + 1);
+    // As the folder of a server that cannot be reached.
+    ASSERT_TRUE(QDir().rename(folder_.path(), away));
+    table()->verticalScrollBar()->setValue(table()->verticalScrollBar()->maximum());
+    ASSERT_TRUE(waitUntil([&] { return isUnreadable(kCount - 1) && isUnreadable(damaged); }));
+    ASSERT_TRUE(QDir().rename(away, folder_.path()));
+
+    int wordsOfDamaged = 0;
+    QObject::connect(model(), &QAbstractItemModel::dataChanged, &window_, [&](const QModelIndex& changed) {
+        if (changed.row() == damaged) {
+            ++wordsOfDamaged;
+            EXPECT_TRUE(isUnreadable(damaged));
+        }
+    });
+    QWidget otherProgram;
+    otherProgram.show();
+    otherProgram.activateWindow();
+    ASSERT_TRUE(waitUntil([this] { return !window_.isActiveWindow(); }));
+    window_.activateWindow();
+    EXPECT_TRUE(waitUntil([&] { return isLoaded(kCount - 1) && wordsOfDamaged > 0; }));
+    EXPECT_FALSE(isUnreadable(kCount - 1));
+    // What truly cannot be read is tried once.
+    test_support::runLoopFor(std::chrono::milliseconds(200));
+    EXPECT_EQ(wordsOfDamaged, 1);
+}
+
+TEST_F(Window, TriesAgainWhatCouldNotBeReadWhenItIsAddedOnceMore) {
+    constexpr int kCount = 200;
+    const QString away = folder_.path() + QStringLiteral(" away");
+    fill(kCount);
+    ASSERT_TRUE(QDir().rename(folder_.path(), away));
+    table()->verticalScrollBar()->setValue(table()->verticalScrollBar()->maximum());
+    ASSERT_TRUE(waitUntil([this] {
+        return index(kCount - 1)
+            .data(Qt::AccessibleTextRole)
+            .toString()
+            .contains(QStringLiteral("cannot be read"));
+    }));
+    ASSERT_TRUE(QDir().rename(away, folder_.path()));
+    window_.open({folder_.bytes()});
+    EXPECT_TRUE(waitUntil([this] { return isLoaded(kCount - 1); }));
+}
+
 TEST_F(Window, SortsWhatHasChangedByItsNewTime) {
     const QByteArray older = folder_.picture(QStringLiteral("a.png"));
     const QByteArray newer = folder_.picture(QStringLiteral("b.png"));
