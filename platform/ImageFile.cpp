@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <mutex>
 
 namespace platform {
 
@@ -65,7 +66,9 @@ QByteArray ImageFile::bytes(std::uint64_t position, std::uint64_t count) const {
 }
 
 vips::VSource ImageFile::source() const {
+    // libvips does not say which of its threads calls, nor that they take turns.
     struct Reading {
+        std::mutex mutex{};
         std::shared_ptr<const ImageFile> file;
         std::int64_t position = 0;
     };
@@ -73,6 +76,7 @@ vips::VSource ImageFile::source() const {
     using Seek = gint64 (*)(VipsSourceCustom*, gint64, int, void*);
     const Read read = [](VipsSourceCustom*, void* to, gint64 count, void* data) -> gint64 {
         auto* const reading = static_cast<Reading*>(data);
+        const std::lock_guard lock(reading->mutex);
         const std::int64_t length =
             readAt(reading->file->descriptor_, static_cast<std::uint64_t>(reading->position), to,
                    static_cast<std::size_t>(count));
@@ -81,6 +85,7 @@ vips::VSource ImageFile::source() const {
     };
     const Seek seek = [](VipsSourceCustom*, gint64 offset, int whence, void* data) -> gint64 {
         auto* const reading = static_cast<Reading*>(data);
+        const std::lock_guard lock(reading->mutex);
         if (whence == SEEK_CUR)
             offset += reading->position;
         else if (whence == SEEK_END)
@@ -90,7 +95,8 @@ vips::VSource ImageFile::source() const {
     const GClosureNotify release = [](void* data, GClosure*) { delete static_cast<Reading*>(data); };
 
     VipsSourceCustom* const source = vips_source_custom_new();
-    auto* const reading = new Reading{shared_from_this()};
+    auto* const reading = new Reading{.file = shared_from_this()};
+    const std::lock_guard lock(reading->mutex);
     g_signal_connect_data(source, "seek", G_CALLBACK(seek), reading, nullptr, GConnectFlags{});
     g_signal_connect_data(source, "read", G_CALLBACK(read), reading, release, GConnectFlags{});
     return vips::VSource(VIPS_SOURCE(source));

@@ -146,8 +146,8 @@ local function store(_, image, _, filename, number, total, _, extra)
 end
 
 local function show(extra, list)
-    -- On its own: it goes on when darktable ends.
-    if run("setsid -f quillmark --files0-from=" .. quoted(list) .. " </dev/null >/dev/null 2>&1") then
+    -- On its own: it goes on when darktable ends. setsid -f itself does not tell of a program that is not there.
+    if run("command -v quillmark >/dev/null && setsid -f quillmark --files0-from=" .. quoted(list) .. " </dev/null >/dev/null 2>&1") then
         dt.print(string.format("%d pictures are on Quillmark's light table", #extra.files))
     else
         dt.print("Quillmark could not be started; the pictures are in " .. extra.folder)
@@ -173,8 +173,8 @@ local function send(extra, list)
     table.insert(command, "--files0-from=" .. quoted(list) .. " </dev/null >" .. quoted(log) .. " 2>&1")
     dt.print(string.format("Quillmark: sending %d pictures", #extra.files))
     local statement = "setsid -w " .. table.concat(command, " ")
-    -- Before the export began there was nothing to go on with.
-    local not_begun = "case $? in 2 | 3 | 4) touch -- " .. quoted(extra.folder .. "/not-begun") .. " ;; esac"
+    -- Before the export began there was nothing to go on with. 126 and 127: the command can't be run, or is not there.
+    local not_begun = "case $? in 2 | 3 | 4 | 126 | 127) touch -- " .. quoted(extra.folder .. "/not-begun") .. " ;; esac"
     if run(statement .. " || { " .. not_begun .. "; false; }") then
         run("rm -rf -- " .. quoted(extra.folder))
         dt.print(string.format("Quillmark: all %d pictures are at the service", #extra.files))

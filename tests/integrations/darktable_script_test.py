@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import shutil
 import subprocess
 import tempfile
 import time
@@ -77,6 +78,17 @@ class DarktableScript(unittest.TestCase):
                 self.assertNotIn("--resume", said)
                 self.assertIn("could not begin", said)
                 (self.here / "exported").rmdir()
+
+    def test_claims_nothing_where_quillmark_is_not_installed(self):
+        for program in (self.here / "bin").iterdir():
+            program.unlink()
+        for way, told in (("show in Quillmark", "could not be started"), ("send at once", "could not begin")):
+            with self.subTest(way):
+                said = self.hand_over(way, ["a.jpg"])
+                self.assertIn(told, said)
+                self.assertEqual(len(list((self.here / "data").rglob("a.jpg"))), 1)
+                (self.here / "exported").rmdir()
+                shutil.rmtree(self.here / "data")
 
 
 if __name__ == "__main__":

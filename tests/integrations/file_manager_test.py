@@ -88,6 +88,12 @@ class FileManagers(unittest.TestCase):
         subprocess.run([ENTRIES / "nautilus/Send to Quillmark"], env=self.environment, check=True)
         self.assertEqual(self.arguments(), ["--", *self.files])
 
+    def test_script_hands_each_file_over_once_where_caja_sets_the_variables_of_both(self):
+        for file_manager in ("NAUTILUS", "CAJA"):
+            self.environment[f"{file_manager}_SCRIPT_SELECTED_FILE_PATHS"] = "\n".join(self.files) + "\n"
+        subprocess.run([ENTRIES / "nautilus/Send to Quillmark"], env=self.environment, check=True)
+        self.assertEqual(self.arguments(), ["--", *self.files])
+
     def test_menus_are_for_the_kinds_that_the_application_opens(self):
         opened = next(line for line in (SOURCE / "packaging/quillmark.desktop").read_text().splitlines()
                       if line.startswith("MimeType=")).split("=")[1]

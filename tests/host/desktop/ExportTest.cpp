@@ -135,6 +135,24 @@ TEST_F(ExportWindow, ABrokenOffUploadIsToldAndTheRestGoesWithTheSameChoicesAndNa
     EXPECT_TRUE(foundJournals().front().record->isSettled());
 }
 
+TEST_F(ExportWindow, WhatRemainsKeepsTheNameThatItHadAmongEqualOnes) {
+    plugIn_.tell("upload-breaks=1");
+    folder_.picture(QStringLiteral("a.png"));
+    folder_.picture(QStringLiteral("a.jpg"));
+    window_->open({folder_.bytes()});
+    ASSERT_TRUE(waitUntil([this] { return table()->model()->rowCount() == 2; }));
+    table()->selectAll();
+    exportToTheSummary();
+    ASSERT_EQ(logged(QStringLiteral("upload")).toStdString(), "upload a.jpg");
+    plugIn_.tell("");
+    press(summary(), "exportRemainingButton");
+    ASSERT_TRUE(waitForDialog());
+    logIn();
+    press(exportDialog(), "exportButton");
+    ASSERT_TRUE(waitForSummary());
+    EXPECT_EQ(logged(QStringLiteral("upload")).toStdString(), "upload a.jpg;upload a-2.jpg");
+}
+
 TEST_F(ExportWindow, ACriticalAlertIsTheReasonAndEndsTheExport) {
     plugIn_.tell("alerts");
     selectPictures(1);
