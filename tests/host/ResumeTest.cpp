@@ -104,6 +104,16 @@ TEST_F(Resume, AfterAKillInAnyStageUploadsEachImageOnce) {
     }
 }
 
+TEST_F(Resume, KnowsWhatADeadRunHasUploadedThoughAnotherExportComesBetween) {
+    EXPECT_EQ(run("dies=after-deletion").wait(), kKilled);
+    EXPECT_EQ(uploads(), (Names{"a.jpg", "a-2.jpg"}));
+    images_ = {QFile::decodeName(plugIn_.file(QStringLiteral("c.tif")))};
+    // Its plug-in empties the folder that tells what the dead one has deleted, and so uploaded.
+    EXPECT_EQ(run({}).wait(), 0);
+    EXPECT_EQ(resume().wait(), 0);
+    EXPECT_EQ(uploads(), (Names{"b.jpg"}));
+}
+
 TEST_F(Resume, MakesTheSameChoicesAgain) {
     const QStringList choices{QStringLiteral("--auto-categories"),  QStringLiteral("--project=Shoot"),
                               QStringLiteral("--pricing=Standard"), QStringLiteral("--resize=2560x1440"),
