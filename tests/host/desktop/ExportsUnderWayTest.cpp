@@ -39,6 +39,21 @@ TEST_F(ExportWindow, TheStatusFollowsTheRecord) {
     EXPECT_FALSE(plugIn_.log().contains(QStringLiteral("didFinishExport")));
 }
 
+TEST_F(ExportWindow, TheStatusFollowsTheBytesOfAFileWhateverTheirNumber) {
+    host::desktop::ExportStatus status;
+    status.begin();
+    auto* const bar = status.findChild<QProgressBar*>();
+    for (const std::size_t total : {std::size_t{1'000}, std::size_t{6'000'000'000}}) {
+        for (const std::size_t part : {1, 2, 3}) {
+            status.follow({total / 4 * part, total, QStringLiteral("Step 3 of 3: Uploading a.jpg")});
+            EXPECT_NEAR(static_cast<double>(bar->value()) / bar->maximum(), static_cast<double>(part) / 4,
+                        0.001);
+        }
+    }
+    status.follow({0, 0, QStringLiteral("Step 3 of 3: Uploading a.jpg"), true});
+    EXPECT_EQ(bar->maximum(), 0) << "a busy bar";
+}
+
 TEST_F(ExportWindow, TheStatusStaysWhenTheWindowIsMinimisedAndComesBack) {
     plugIn_.tell("slow-images");
     selectPictures(3);
