@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -36,7 +35,7 @@ QString lastSystemError() {
 } // namespace
 
 // Read, not mapped: a mapped file that is cut off meanwhile would kill the process.
-std::optional<QByteArray> fileContents(const QByteArray& path, QString& error, qsizetype atMost) {
+std::optional<QByteArray> fileContents(const QByteArray& path, QString& error) {
     const File file(path);
     struct stat status {};
     if (file.descriptor() < 0 || fstat(file.descriptor(), &status) != 0) {
@@ -47,7 +46,7 @@ std::optional<QByteArray> fileContents(const QByteArray& path, QString& error, q
         error = QStringLiteral("it is no longer a file");
         return std::nullopt;
     }
-    QByteArray bytes(std::min(static_cast<qsizetype>(status.st_size), atMost), Qt::Uninitialized);
+    QByteArray bytes(static_cast<qsizetype>(status.st_size), Qt::Uninitialized);
     qsizetype length = 0;
     while (length < bytes.size()) {
         const ssize_t count =

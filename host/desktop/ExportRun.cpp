@@ -41,10 +41,10 @@ std::vector<ExportedImage> exportedImages(const std::vector<RecordedImage>& imag
     return exported;
 }
 
-std::vector<RecordedImage> imagesOfAttempt(const ExportRecord& record) {
+std::vector<RecordedImage> imagesAt(const std::vector<std::size_t>& indices, const ExportRecord& record) {
     std::vector<RecordedImage> images;
-    images.reserve(record.attempt.size());
-    for (const std::size_t index : record.attempt)
+    images.reserve(indices.size());
+    for (const std::size_t index : indices)
         images.push_back(record.images[index]);
     return images;
 }
@@ -77,13 +77,10 @@ std::optional<QString> ExportRun::journalFailure() const {
 std::vector<RecordedImage> ExportRun::offeredImages() const {
     if (!job_.journal)
         return job_.images;
-    std::vector<RecordedImage> images;
+    if (job_.confirmationOnly)
+        return {};
     const ExportRecord& record = job_.journal->record();
-    if (!job_.confirmationOnly) {
-        for (const std::size_t index : record.remaining())
-            images.push_back(record.images[index]);
-    }
-    return images;
+    return imagesAt(record.remaining(), record);
 }
 
 // --- The dialog ---
@@ -187,7 +184,7 @@ void ExportRun::exportShouldBegin() {
     dialog_->hide();
     Q_EMIT begun();
     if (beginJournal())
-        plugIn_->beginImages(exportedImages(imagesOfAttempt(journal_->record())));
+        plugIn_->beginImages(exportedImages(imagesAt(journal_->record().attempt, journal_->record())));
     else
         cancelThroughPlugIn(End::Failed);
 }

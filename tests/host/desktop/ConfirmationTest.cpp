@@ -12,11 +12,7 @@ TEST_F(ExportWindow, AnUnconfirmedExportIsNeverCalledFinishedAndAskedAboutAgain)
     EXPECT_TRUE(all.contains(QStringLiteral("all 2 photographs")));
 
     plugIn_.tell("");
-    press(summary(), "askAgainButton");
-    ASSERT_TRUE(waitForDialog());
-    logIn();
-    press(exportDialog(), "exportButton");
-    ASSERT_TRUE(waitForSummary());
+    exportAgain("askAgainButton");
     EXPECT_EQ(text("headline").toStdString(), "The export is finished.");
     // Nothing was sent a second time.
     EXPECT_EQ(logged(QStringLiteral("shouldExport")).toStdString(), "shouldExport 0;shouldExport 1");
@@ -29,11 +25,7 @@ TEST_F(ExportWindow, TheConfirmationIsAskedForWithTheRemainingOnesEvenWhereNoneC
     exportToTheSummary();
     ASSERT_TRUE(text("details").contains(QStringLiteral("Exporting the remaining photographs asks it to")));
     plugIn_.tell("leaves-out=0");
-    press(summary(), "exportRemainingButton");
-    ASSERT_TRUE(waitForDialog());
-    logIn();
-    press(exportDialog(), "exportButton");
-    ASSERT_TRUE(waitForSummary());
+    exportAgain();
     EXPECT_EQ(text("headline").toStdString(), "Some photographs were not exported.");
     EXPECT_EQ(plugIn_.log().count(QStringLiteral("didFinishExport")), 2);
     EXPECT_FALSE(foundJournals().front().record->lacksConfirmation());

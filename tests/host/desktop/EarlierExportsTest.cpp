@@ -37,11 +37,7 @@ TEST_F(ExportWindow, AnEarlierExportIsOfferedAfterARestart) {
     ASSERT_TRUE(waitForSummary());
     EXPECT_EQ(text("headline").toStdString(), "This export is not complete.");
     plugIn_.tell("");
-    press(summary(), "exportRemainingButton");
-    ASSERT_TRUE(waitForDialog());
-    logIn();
-    press(exportDialog(), "exportButton");
-    ASSERT_TRUE(waitForSummary());
+    exportAgain();
     EXPECT_EQ(logged(QStringLiteral("upload")).toStdString(), "upload 0.jpg;upload 1.jpg");
     EXPECT_TRUE(foundJournals().front().record->isSettled());
 }

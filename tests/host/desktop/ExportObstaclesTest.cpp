@@ -58,10 +58,6 @@ TEST_F(ExportWindow, WithoutAThreadForTheImagesTheExportFailsAndCanBeGoneOnWith)
     EXPECT_EQ(text("headline").toStdString(), "The export failed.");
     EXPECT_TRUE(text("details").startsWith(QStringLiteral("The system has no thread left")))
         << text("details").toStdString();
-    press(summary(), "exportRemainingButton");
-    ASSERT_TRUE(waitForDialog());
-    logIn();
-    press(exportDialog(), "exportButton");
-    ASSERT_TRUE(waitForSummary());
+    exportAgain();
     EXPECT_EQ(text("headline").toStdString(), "The export is finished.");
 }

@@ -145,11 +145,7 @@ TEST_F(ExportWindow, WhatRemainsKeepsTheNameThatItHadAmongEqualOnes) {
     exportToTheSummary();
     ASSERT_EQ(logged(QStringLiteral("upload")).toStdString(), "upload a.jpg");
     plugIn_.tell("");
-    press(summary(), "exportRemainingButton");
-    ASSERT_TRUE(waitForDialog());
-    logIn();
-    press(exportDialog(), "exportButton");
-    ASSERT_TRUE(waitForSummary());
+    exportAgain();
     EXPECT_EQ(logged(QStringLiteral("upload")).toStdString(), "upload a.jpg;upload a-2.jpg");
 }
 
@@ -171,11 +167,7 @@ TEST_F(ExportWindow, APhotographThatCannotBeWrittenKeepsNoOtherBack) {
     EXPECT_EQ(plugIn_.log().count(QStringLiteral("shouldCancelExport")), 1)
         << "the plug-in has left its windows open";
     plugIn_.tell("unwritable=2");
-    press(summary(), "exportRemainingButton");
-    ASSERT_TRUE(waitForDialog());
-    logIn();
-    press(exportDialog(), "exportButton");
-    ASSERT_TRUE(waitForSummary());
+    exportAgain();
     EXPECT_EQ(logged(QStringLiteral("upload")).toStdString(), "upload 1.jpg;upload 2.jpg");
     auto* const list = summary()->findChild<QTreeWidget*>();
     ASSERT_EQ(list->topLevelItemCount(), 1);

@@ -143,6 +143,15 @@ protected:
         ASSERT_TRUE(waitForSummary());
     }
 
+    /// From the summary's button to the next summary, with the choices that are preselected.
+    void exportAgain(const char* button = "exportRemainingButton") {
+        press(summary(), button);
+        ASSERT_TRUE(waitForDialog());
+        logIn();
+        press(exportDialog(), "exportButton");
+        ASSERT_TRUE(waitForSummary());
+    }
+
     /// Of an export that is gone on with: in its dialog, chooses another event than the one that is
     /// preselected.
     void exportElsewhere() {
