@@ -1,3 +1,4 @@
+#include "platform/UserDefaults.h"
 #include "tests/host/desktop/ExportWindow.h"
 
 #include <QtCore/QRegularExpression>
@@ -64,6 +65,27 @@ TEST_F(ExportWindow, AnEarlierExportToAnotherServiceIsNotOfferedAndNotGoneOnWith
     exportToTheSummary();
     EXPECT_EQ(text("headline").toStdString(), "The export is finished.");
     EXPECT_EQ(foundJournals().size(), 2U);
+}
+
+TEST_F(ExportWindow, AnotherAccountsRememberedLoginStaysOutOfIt) {
+    plugIn_.tell("upload-breaks=1");
+    selectPictures(2);
+    exportToTheSummary();
+    summary()->reject();
+    // From here on the user's own.
+    const QString rememberedName = QStringLiteral("quillmarkUsername");
+    platform::UserDefaults::setValue(rememberedName, QStringLiteral("ben"));
+    defaults_.reset();
+    openWindow();
+    plugIn_.tell("remembered");
+    unfinishedExports();
+    unfinishedMenu()->actions().first()->trigger();
+    ASSERT_TRUE(waitForSummary());
+    exportAgain();
+    EXPECT_EQ(logged(QStringLiteral("login")).toStdString(), "login ann/secret/0;login ann/secret/0");
+    EXPECT_EQ(text("headline").toStdString(), "The export is finished.");
+    EXPECT_EQ(platform::UserDefaults::value(rememberedName).toString(), QStringLiteral("ben"));
+    platform::UserDefaults::remove(rememberedName);
 }
 
 TEST_F(ExportWindow, TheNoticeGoesOnceNothingIsLeft) {

@@ -105,6 +105,11 @@ protected:
         return exportDialog()->findChild<Control*>(name);
     }
 
+    /// What the dialog says will be exported; empty where there is no dialog.
+    std::string heading() const {
+        return exportDialog() ? control<QLabel>(QLatin1String("heading"))->text().toStdString() : "";
+    }
+
     void press(QWidget* parent, const char* name) {
         auto* const button = parent->findChild<QAbstractButton*>(QLatin1String(name));
         ASSERT_TRUE(button) << name;

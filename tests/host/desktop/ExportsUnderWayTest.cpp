@@ -23,6 +23,21 @@ TEST_F(ExportWindow, ASecondExportWaitsForTheFirst) {
     EXPECT_TRUE(waitForDialog());
 }
 
+TEST_F(ExportWindow, TheRestOfAnExportGoesBeforeTheExportsThatWait) {
+    plugIn_.tell("slow-images upload-breaks=1");
+    selectPictures(2);
+    beginExport();
+    auto* const status = window_->findChild<host::desktop::ExportStatus*>();
+    ASSERT_TRUE(waitUntil([status] { return status->isVisible(); }));
+    action("Export to Quillmark")->trigger();
+    ASSERT_TRUE(waitForSummary());
+    press(summary(), "exportRemainingButton");
+    ASSERT_TRUE(waitForDialog());
+    EXPECT_EQ(heading(), "What remains of the export to “Smith Wedding” will be exported: 1 photograph.");
+    exportDialog()->reject();
+    EXPECT_TRUE(waitUntil([this] { return heading() == "2 photographs will be exported."; }));
+}
+
 TEST_F(ExportWindow, TheStatusFollowsTheRecord) {
     plugIn_.tell("slow-images");
     selectPictures(3);

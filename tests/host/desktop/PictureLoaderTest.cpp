@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -33,7 +34,7 @@ protected:
 class Loader : public Pictures {
 protected:
     explicit Loader(qsizetype cacheBytes = 16 * kMebibyte)
-        : loader_(2, cacheBytes) {
+        : loader_(kThreads, cacheBytes) {
         QObject::connect(
             &loader_, &PictureLoader::loaded, &loader_, [this](const QByteArray& path, bool readable) {
                 (readable ? loaded_ : failed_) << QString::fromUtf8(path).section(QLatin1Char('/'), -1);
@@ -47,6 +48,7 @@ protected:
         return paths;
     }
 
+    static constexpr int kThreads = 2;
     PictureLoader loader_;
     QStringList loaded_, failed_;
 };
@@ -182,6 +184,19 @@ TEST_F(Pictures, CaptureTimesComeAllAtOnce) {
     ASSERT_TRUE(waitUntil([&times] { return times.size() == 2; }));
     EXPECT_TRUE(times[0].second.isValid());
     EXPECT_FALSE(times[1].second.isValid());
+}
+
+TEST_F(Loader, ItsThreadsAreOfLowPriority) {
+    constexpr int kLow = 10;
+    const auto lowOnes = [] {
+        const QStringList threads =
+            QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+        return std::count_if(threads.begin(), threads.end(), [](const QString& thread) {
+            return getpriority(PRIO_PROCESS, thread.toUInt()) == kLow;
+        });
+    };
+    EXPECT_TRUE(waitUntil([&lowOnes] { return lowOnes() == kThreads; }));
+    EXPECT_LT(getpriority(PRIO_PROCESS, 0), kLow) << "this one's";
 }
 
 TEST_F(Loader, LoadsWhatIsWantedAndKeepsIt) {
