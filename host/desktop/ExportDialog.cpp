@@ -2,7 +2,6 @@
 
 #include <QtCore/QEvent>
 #include <QtCore/QTimer>
-#include <QtGui/QAccessible>
 #include <QtGui/QScreen>
 #include <QtWidgets/QDialogButtonBox>
 #include <QtWidgets/QScrollBar>
@@ -24,17 +23,15 @@ ExportDialog::ExportDialog(QWidget& view, HostedPlugIn& plugIn, const QString& h
     : QDialog(parent)
     , view_(&view)
     , scrollArea_(new QScrollArea)
-    , notice_(new QLabel) {
+    , notice_(new AnnouncedLabel) {
     setWindowTitle(tr("Export to Quillmark"));
     setWindowModality(Qt::WindowModal);
     auto* const headingLabel = new QLabel(heading);
     headingLabel->setObjectName(QStringLiteral("heading"));
     headingLabel->setTextFormat(Qt::PlainText);
     headingLabel->setWordWrap(true);
-    notice_->setTextFormat(Qt::PlainText);
     notice_->setWordWrap(true);
     notice_->setObjectName(QStringLiteral("notice"));
-    notice_->hide();
     scrollArea_->setWidgetResizable(true);
     scrollArea_->setFrameShape(QFrame::NoFrame);
     scrollArea_->setWidget(view_);
@@ -80,12 +77,9 @@ void ExportDialog::linkKeyboardLoop(HostedPlugIn& plugIn) {
 }
 
 void ExportDialog::setNotice(const QString& notice) {
-    notice_->setText(notice);
-    notice_->setVisible(!notice.isEmpty());
+    notice_->tell(notice);
     // Else the view pays for its room.
     QTimer::singleShot(0, this, &ExportDialog::growWithView);
-    QAccessibleEvent announcement(notice_, QAccessible::Alert);
-    QAccessible::updateAccessibility(&announcement);
 }
 
 bool ExportDialog::eventFilter(QObject* watched, QEvent* event) {

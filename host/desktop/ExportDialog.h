@@ -1,10 +1,10 @@
 #pragma once
 
 #include "host/core/HostedPlugIn.h"
+#include "host/desktop/AnnouncedLabel.h"
 
 #include <QtCore/QPointer>
 #include <QtWidgets/QDialog>
-#include <QtWidgets/QLabel>
 #include <QtWidgets/QPushButton>
 #include <QtWidgets/QScrollArea>
 
@@ -35,7 +35,7 @@ private:
 
     QPointer<QWidget> view_;
     QScrollArea* scrollArea_;
-    QLabel* notice_;
+    AnnouncedLabel* notice_;
     QPushButton* exportButton_;
     QPushButton* cancelButton_;
 };

@@ -2,7 +2,6 @@
 
 #include "host/desktop/Counting.h"
 
-#include <QtGui/QAccessible>
 #include <QtWidgets/QHBoxLayout>
 
 #include <algorithm>
@@ -25,11 +24,10 @@ QString stageOf(const QString& message) {
 
 ExportStatus::ExportStatus(QWidget* parent)
     : QWidget(parent)
-    , message_(new QLabel)
+    , message_(new AnnouncedLabel)
     , bar_(new QProgressBar)
     , waiting_(new QLabel)
     , cancelButton_(new QPushButton(tr("Cance&l Export"))) {
-    message_->setTextFormat(Qt::PlainText);
     message_->setObjectName(QStringLiteral("exportMessage"));
     waiting_->setObjectName(QStringLiteral("waitingLabel"));
     cancelButton_->setObjectName(QStringLiteral("cancelExportButton"));
@@ -44,7 +42,7 @@ ExportStatus::ExportStatus(QWidget* parent)
 
 void ExportStatus::begin() {
     stage_.clear();
-    message_->clear();
+    message_->tell({});
     bar_->setRange(0, 0);
     bar_->setAccessibleName(tr("Export progress"));
     cancelButton_->setEnabled(true);
@@ -52,7 +50,9 @@ void ExportStatus::begin() {
 }
 
 void ExportStatus::follow(const hostapi::ExportProgress& progress) {
-    message_->setText(progress.message);
+    if (!cancelButton_->isEnabled())
+        return; // It is being cancelled, whatever is still done meanwhile.
+    showMessage(progress.message);
     if (progress.indeterminateProgress) {
         bar_->setRange(0, 0);
     } else {
@@ -61,17 +61,18 @@ void ExportStatus::follow(const hostapi::ExportProgress& progress) {
         bar_->setRange(0, std::max(1, static_cast<int>(progress.totalValue >> lowBits)));
         bar_->setValue(static_cast<int>(std::min(progress.currentValue, progress.totalValue) >> lowBits));
     }
-    announceStage(progress.message);
 }
 
-void ExportStatus::announceStage(const QString& message) {
-    if (stageOf(message) == stage_)
+void ExportStatus::showMessage(const QString& message) {
+    const QString stage = stageOf(message);
+    if (stage == stage_) {
+        message_->setText(message); // Of every image nobody wants to hear.
         return;
-    stage_ = stageOf(message);
-    // Screen readers read out how far a bar is, with its name: that tells of the stage.
+    }
+    stage_ = stage;
+    message_->tell(message);
+    // Screen readers read out how far a bar is, with its name.
     bar_->setAccessibleName(tr("Export progress, %1").arg(stage_));
-    QAccessibleEvent announcement(message_, QAccessible::Alert);
-    QAccessible::updateAccessibility(&announcement);
 }
 
 void ExportStatus::setWaiting(std::size_t count) {
@@ -81,7 +82,7 @@ void ExportStatus::setWaiting(std::size_t count) {
 
 void ExportStatus::setCancelling() {
     cancelButton_->setEnabled(false);
-    message_->setText(tr("Cancelling the export…"));
+    message_->tell(tr("Cancelling the export…"));
 }
 
 } // namespace host::desktop

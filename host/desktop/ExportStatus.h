@@ -1,8 +1,8 @@
 #pragma once
 
+#include "host/desktop/AnnouncedLabel.h"
 #include "hostapi/ExportProgress.h"
 
-#include <QtWidgets/QLabel>
 #include <QtWidgets/QProgressBar>
 #include <QtWidgets/QPushButton>
 #include <QtWidgets/QWidget>
@@ -28,9 +28,9 @@ Q_SIGNALS:
     void cancelRequested();
 
 private:
-    void announceStage(const QString& message);
+    void showMessage(const QString& message);
 
-    QLabel* message_;
+    AnnouncedLabel* message_;
     QProgressBar* bar_;
     QLabel* waiting_;
     QPushButton* cancelButton_;

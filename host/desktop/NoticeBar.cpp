@@ -1,6 +1,5 @@
 #include "host/desktop/NoticeBar.h"
 
-#include <QtGui/QAccessible>
 #include <QtWidgets/QHBoxLayout>
 #include <QtWidgets/QStyle>
 #include <QtWidgets/QToolButton>
@@ -9,14 +8,13 @@ namespace host::desktop {
 
 NoticeBar::NoticeBar(QWidget* parent)
     : QFrame(parent)
-    , text_(new QLabel)
+    , text_(new AnnouncedLabel)
     , button_(new QPushButton) {
     setFrameShape(QFrame::StyledPanel);
     setAutoFillBackground(true);
     setBackgroundRole(QPalette::ToolTipBase);
     setForegroundRole(QPalette::ToolTipText);
     text_->setForegroundRole(QPalette::ToolTipText);
-    text_->setTextFormat(Qt::PlainText);
     text_->setWordWrap(true);
     // A word of any length widens no window.
     text_->setMinimumWidth(1);
@@ -42,12 +40,10 @@ NoticeBar::NoticeBar(QWidget* parent)
 void NoticeBar::showNotice(const QString& text, const QString& buttonText) {
     if (isVisible() && text_->text() == text)
         return;
-    text_->setText(text);
+    text_->tell(text);
     button_->setText(buttonText);
     button_->setVisible(!buttonText.isEmpty());
     show();
-    QAccessibleEvent announcement(text_, QAccessible::Alert);
-    QAccessible::updateAccessibility(&announcement);
 }
 
 } // namespace host::desktop

@@ -1,7 +1,8 @@
 #pragma once
 
+#include "host/desktop/AnnouncedLabel.h"
+
 #include <QtWidgets/QFrame>
-#include <QtWidgets/QLabel>
 #include <QtWidgets/QPushButton>
 
 namespace host::desktop {
@@ -19,7 +20,7 @@ Q_SIGNALS:
     void activated();
 
 private:
-    QLabel* text_;
+    AnnouncedLabel* text_;
     QPushButton* button_;
 };
 

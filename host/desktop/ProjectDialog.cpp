@@ -2,7 +2,6 @@
 
 #include "host/desktop/ProjectName.h"
 
-#include <QtGui/QAccessible>
 #include <QtWidgets/QPushButton>
 #include <QtWidgets/QVBoxLayout>
 
@@ -17,7 +16,7 @@ constexpr int kFieldWidth = 360;
 ProjectDialog::ProjectDialog(const QString& question, const QString& project, QWidget* parent)
     : QDialog(parent)
     , field_(new QLineEdit(project))
-    , fault_(new QLabel)
+    , fault_(new AnnouncedLabel)
     , buttons_(new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel)) {
     setWindowTitle(tr("Rename Project"));
     auto* const label = new QLabel(question);
@@ -25,10 +24,12 @@ ProjectDialog::ProjectDialog(const QString& question, const QString& project, QW
     field_->setMinimumWidth(kFieldWidth);
     field_->setAccessibleName(question);
     field_->selectAll();
-    fault_->setObjectName(QStringLiteral("fault"));
-    fault_->setTextFormat(Qt::PlainText);
     fault_->setWordWrap(true);
-    // Its room is there from the beginning: nothing moves below who types.
+    fault_->setObjectName(QStringLiteral("fault"));
+    // Its room is there all the time: nothing moves below who types.
+    QSizePolicy policy = fault_->sizePolicy();
+    policy.setRetainSizeWhenHidden(true);
+    fault_->setSizePolicy(policy);
     fault_->setMinimumHeight(2 * fontMetrics().lineSpacing());
     auto* const layout = new QVBoxLayout(this);
     for (QWidget* const part : std::initializer_list<QWidget*>{label, field_, fault_, buttons_})
@@ -42,11 +43,8 @@ ProjectDialog::ProjectDialog(const QString& question, const QString& project, QW
 void ProjectDialog::check() {
     const QString fault = projectNameFault(project());
     buttons_->button(QDialogButtonBox::Ok)->setEnabled(fault.isEmpty());
-    if (fault == fault_->text())
-        return;
-    fault_->setText(fault);
-    QAccessibleEvent announcement(fault_, QAccessible::Alert);
-    QAccessible::updateAccessibility(&announcement);
+    if (fault != fault_->text())
+        fault_->tell(fault);
 }
 
 } // namespace host::desktop

@@ -1,8 +1,9 @@
 #pragma once
 
+#include "host/desktop/AnnouncedLabel.h"
+
 #include <QtWidgets/QDialog>
 #include <QtWidgets/QDialogButtonBox>
-#include <QtWidgets/QLabel>
 #include <QtWidgets/QLineEdit>
 
 namespace host::desktop {
@@ -20,7 +21,7 @@ private:
     void check();
 
     QLineEdit* field_;
-    QLabel* fault_;
+    AnnouncedLabel* fault_;
     QDialogButtonBox* buttons_;
 };
 

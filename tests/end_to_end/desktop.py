@@ -66,24 +66,32 @@ def display():
         server.wait()
 
 
-class ProgressListener:
-    """What a screen reader hears of progress bars: names and values, as they change."""
+class ScreenReader:
+    """What one hears: names and values of progress bars as they change, and notifications as they appear."""
+
+    EVENTS = ("object:property-change:accessible-value", "object:state-changed:showing")
 
     def __init__(self):
-        self.heard: list[tuple[str, float]] = []
+        self.progress: list[tuple[str, float]] = []
+        self.notifications: list[str] = []
         self._listener = Atspi.EventListener.new(self._note)
 
     def __enter__(self):
-        self._listener.register("object:property-change:accessible-value")
+        for event in self.EVENTS:
+            self._listener.register(event)
         return self
 
     def __exit__(self, *_):
-        self._listener.deregister("object:property-change:accessible-value")
+        for event in self.EVENTS:
+            self._listener.deregister(event)
 
     def _note(self, event):
         try:
-            if event.source.get_role() == Atspi.Role.PROGRESS_BAR:
-                self.heard.append((event.source.get_name(), Atspi.Value.get_current_value(event.source)))
+            role = event.source.get_role()
+            if role == Atspi.Role.PROGRESS_BAR and event.type.endswith("value"):
+                self.progress.append((event.source.get_name(), Atspi.Value.get_current_value(event.source)))
+            elif role == Atspi.Role.NOTIFICATION and event.type.endswith("showing") and event.detail1:
+                self.notifications.append(event.source.get_name())
         except GLib.Error:
             pass  # It has just gone.
 
@@ -91,9 +99,10 @@ class ProgressListener:
 class Application:
     """A running quillmark, as its user meets it."""
 
-    def __init__(self, environment: dict, *arguments):
+    def __init__(self, environment: dict, *arguments, folder=None):
+        """Started in `folder`, from which relative paths count."""
         self.process = subprocess.Popen(
-            [QUILLMARK, *map(str, arguments)], stderr=subprocess.DEVNULL,
+            [QUILLMARK, *map(str, arguments)], stderr=subprocess.DEVNULL, cwd=folder,
             env={**environment, "DISPLAY": os.environ["DISPLAY"], "QT_QPA_PLATFORM": "xcb",
                  "QT_LINUX_ACCESSIBILITY_ALWAYS_ON": "1", "QT_STYLE_OVERRIDE": "fusion"},
         )
@@ -143,12 +152,13 @@ class Application:
         return wait_for(f"{name} ({role.value_nick})", lambda: self._enabled(name, role))
 
     def texts(self) -> list[str]:
-        """Of all labels."""
+        """Of all labels and notifications."""
         return [found.get_name() for root in list(self._windows()) for found in self._all(root)
-                if found.get_role() == Atspi.Role.LABEL and found.get_state_set().contains(Atspi.StateType.SHOWING)]
+                if found.get_role() in (Atspi.Role.LABEL, Atspi.Role.NOTIFICATION)
+                and found.get_state_set().contains(Atspi.StateType.SHOWING)]
 
     def shows(self, text: str) -> bool:
-        """Whether a label begins so."""
+        """Whether one of them begins so."""
         return any(shown.startswith(text) for shown in self.texts())
 
     def wait_until_shows(self, text: str):

@@ -8,7 +8,7 @@ import unittest
 
 from PIL import Image, ImageGrab
 
-from desktop import Application, Atspi, ProgressListener, display, wait_for
+from desktop import Application, Atspi, ScreenReader, display, wait_for
 from export_test import PASSWORD, service_data
 from forwarder import Forwarder
 from harness import DEADLINE, Sandbox, folder, photograph
@@ -53,8 +53,8 @@ class DesktopApplication(unittest.TestCase):
                 self.stored.append(command.rsplit(b"/", 1)[-1].decode())
             self.at_command(command)
 
-    def start(self, *arguments) -> Application:
-        return self.enterContext(Application(self.home.environment, *arguments))
+    def start(self, *arguments, folder=None) -> Application:
+        return self.enterContext(Application(self.home.environment, *arguments, folder=folder))
 
     def arrived(self) -> list[str]:
         entries = self.sandbox.photographs()
@@ -99,13 +99,25 @@ class DesktopApplication(unittest.TestCase):
 
     # --- Tests ---
 
+    def test_the_command_lines_files_come_onto_the_light_table(self):
+        listed = self.here / "list"
+        listed.write_bytes(b"0.tif\0" + os.fsencode(self.shoot) + b"/1.tif\0")
+        (self.shoot / "--help.tif").symlink_to("2.tif")
+        with ScreenReader() as reader:
+            application = self.start("--files0-from", listed, "3.tif", "--", "--help.tif", "none.tif", folder=self.shoot)
+            wait_for("the photographs", lambda: application.shows("4 photographs"))
+            wait_for("the notice", lambda: application.shows("1 file is no picture"))
+        self.assertEqual(reader.notifications, ["1 file is no picture, or is not there, and was passed over."])
+
     def test_a_selected_folder_arrives_in_the_gallery(self):
         application = self.start(self.shoot)
-        with ProgressListener() as progress:
+        with ScreenReader() as reader:
             self.export_all(application)
             self.answer_and_close(application)
-        stages = {name for name, _ in progress.heard if name.startswith("Export progress")}
+        stages = {name for name, _ in reader.progress if name.startswith("Export progress")}
         self.assertLessEqual({"Export progress, Step 1 of 3", "Export progress, Step 3 of 3"}, stages)
+        for stage in ("Step 1 of 3", "Step 3 of 3"):
+            self.assertEqual(len([heard for heard in reader.notifications if heard.startswith(stage)]), 1, reader.notifications)
         self.assertEqual(self.arrived(), self.names)
         self.assertEqual(self.stored, self.names)
         self.assertEqual(self.remaining(), 0)

@@ -62,6 +62,17 @@ TEST_F(Accessibility, TheProgressTellsItsStageAndHowFarItIs) {
     EXPECT_FALSE(bar->state().invisible);
 }
 
+TEST_F(Accessibility, WhatIsToldByTheWayIsANotification) {
+    host::desktop::NoticeBar notice;
+    QAccessibleInterface* const label = QAccessible::queryAccessibleInterface(
+        notice.findChild<host::desktop::AnnouncedLabel*>(QStringLiteral("noticeText")));
+    EXPECT_TRUE(label->state().invisible) << "there is nothing to read out";
+    notice.showNotice(QStringLiteral("1 file was passed over."));
+    EXPECT_FALSE(label->state().invisible);
+    EXPECT_EQ(label->role(), QAccessible::Notification);
+    EXPECT_EQ(label->text(QAccessible::Name).toStdString(), "1 file was passed over.");
+}
+
 TEST_F(Accessibility, AnExportNeedsTheKeyboardAlone) {
     plugIn_.tell("upload-breaks=0");
     selectPictures(2);

@@ -67,6 +67,10 @@ TEST_F(ExportWindow, TheStatusFollowsTheBytesOfAFileWhateverTheirNumber) {
     }
     status.follow({0, 0, QStringLiteral("Step 3 of 3: Uploading a.jpg"), true});
     EXPECT_EQ(bar->maximum(), 0) << "a busy bar";
+    status.setCancelling();
+    status.follow({1, 2, QStringLiteral("Step 3 of 3: Uploading b.jpg")});
+    EXPECT_EQ(status.findChild<QLabel*>(QStringLiteral("exportMessage"))->text().toStdString(),
+              "Cancelling the export…");
 }
 
 TEST_F(ExportWindow, TheStatusStaysWhenTheWindowIsMinimisedAndComesBack) {
