@@ -92,6 +92,8 @@ void PhotographModel::add(std::vector<Photograph> photographs) {
     });
     if (photographs.empty())
         return;
+    for (Photograph& photograph : photographs)
+        photograph.project = renamedProjects_.value(photograph.path, photograph.project);
     const int first = rowCount();
     beginInsertRows({}, first, first + static_cast<int>(photographs.size()) - 1);
     photographs_.insert(photographs_.end(), std::make_move_iterator(photographs.begin()),
@@ -150,7 +152,9 @@ void PhotographModel::numberRows() {
 
 void PhotographModel::setProject(const QModelIndexList& indexes, const QString& project) {
     for (const QModelIndex& renamed : indexes) {
-        photographs_[static_cast<std::size_t>(renamed.row())].project = project;
+        Photograph& photograph = photographs_[static_cast<std::size_t>(renamed.row())];
+        photograph.project = project;
+        renamedProjects_.insert(photograph.path, project);
         Q_EMIT dataChanged(renamed, renamed, {ProjectRole, Qt::ToolTipRole, Qt::AccessibleTextRole});
     }
 }

@@ -39,6 +39,7 @@ public:
     void setSortOrder(SortOrder order);
     SortOrder sortOrder() const { return order_; }
 
+    /// Stays with the files, also when they leave the table and come back.
     void setProject(const QModelIndexList& indexes, const QString& project);
     void setState(const QByteArray& path, Photograph::State state);
     /// Sorts anew where that is the order.
@@ -63,6 +64,7 @@ private:
 
     std::vector<Photograph> photographs_;
     QHash<QByteArray, int> rows_;
+    QHash<QByteArray, QString> renamedProjects_;
     SortOrder order_ = SortOrder::Name;
     std::function<QImage(const QByteArray&)> thumbnail_ = [](const QByteArray&) { return QImage(); };
 };

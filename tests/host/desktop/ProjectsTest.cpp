@@ -27,6 +27,15 @@ TEST_F(LightTableWindow, AProjectIsRenamedForTheSelection) {
     EXPECT_EQ(label->text().toStdString(), "3 of 3 photographs selected, several projects");
 }
 
+TEST_F(LightTableWindow, ARenamedProjectOutlastsAClearedTable) {
+    fill(2);
+    static_cast<PhotographModel*>(model())->setProject({index(1)}, QStringLiteral("Jones"));
+    action("Clear the Light Table")->trigger();
+    open({folder_.bytes()}, 2);
+    EXPECT_EQ(index(0).data(PhotographModel::ProjectRole).toString(), QStringLiteral("Smith"));
+    EXPECT_EQ(index(1).data(PhotographModel::ProjectRole).toString(), QStringLiteral("Jones"));
+}
+
 TEST_F(LightTableWindow, AProjectsNameThatNoFolderCouldHaveIsRefused) {
     fill(1);
     table()->selectAll();
