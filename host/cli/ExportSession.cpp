@@ -3,6 +3,7 @@
 #include "host/cli/ImageFiles.h"
 #include "host/cli/Resumption.h"
 #include "host/core/AccountDefaults.h"
+#include "host/core/JournalFolder.h"
 #include "host/core/MemoryStores.h"
 #include "host/core/UniqueNames.h"
 #include "hostapi/SettingsPanel.h"
@@ -140,9 +141,10 @@ bool ExportSession::makePlugIn() {
         services.defaultsStore =
             std::make_shared<AccountDefaults>(options_.user, options_.passwordFile.has_value());
     }
+    if (setting_.journalFolder)
+        reconcileJournals(*setting_.journalFolder);
     QString error;
-    plugIn_ = HostedPlugIn::make(setting_.bundlePath, std::move(services), setting_.journalFolder, images_,
-                                 self_, error);
+    plugIn_ = HostedPlugIn::make(setting_.bundlePath, std::move(services), images_, self_, error);
     if (!plugIn_)
         conclude(Outcome::Failed, kUnusable + error);
     return plugIn_ != nullptr;
@@ -354,7 +356,7 @@ void ExportSession::exportShouldCancel() {
 
 void ExportSession::exportShouldFinish() {
     if (journal_)
-        journal_->processingConfirmed();
+        confirmEarlierExports(journal_->processingConfirmed());
     if (!listens())
         return;
     reporter_.hostCall("shouldFinishExport");

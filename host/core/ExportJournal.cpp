@@ -157,23 +157,25 @@ void ExportJournal::troubleTold(const QString& text) {
         note(journal_format::imageFailed(*next, text), Durability::Eventually);
 }
 
-void ExportJournal::processingConfirmed() {
+Confirmation ExportJournal::processingConfirmed() {
     note(journal_format::processingConfirmed(), Durability::Now);
-    const QString folder = QFileInfo(path()).path();
-    confirmEarlierExports(folder);
-    removeSupersededJournals(folder, record_);
+    return {QFileInfo(path()).path(), record_, lastSent_};
 }
 
-void ExportJournal::confirmEarlierExports(const QString& folder) const {
-    for (const FoundJournal& found : journalsIn(folder)) {
-        // What was sent while this export waited for its answer, the answer may not cover.
+void confirmEarlierExports(const Confirmation& confirmation) {
+    const auto isOfItsEvent = [&](const ExportRecord& other) {
+        return sameEvent(other, confirmation.record);
+    };
+    for (const FoundJournal& found : journalsIn(confirmation.folder, isOfItsEvent)) {
+        // What was sent while the export waited for its answer, the answer may not cover.
         if (found.isHeld || !found.record || !found.record->lacksConfirmation() ||
-            !sameEvent(*found.record, record_) || QFileInfo(found.path).lastModified() > lastSent_)
+            QFileInfo(found.path).lastModified() > confirmation.lastSent)
             continue;
         QString ignored;
-        if (const auto earlier = open(found.path, ignored))
-            earlier->note(journal_format::processingConfirmed(), Durability::Now);
+        if (const auto earlier = ExportJournal::open(found.path, ignored))
+            earlier->processingConfirmed();
     }
+    removeSupersededJournals(confirmation.folder, confirmation.record);
 }
 
 void ExportJournal::attemptEnded(const QString& reason) {

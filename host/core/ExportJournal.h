@@ -13,12 +13,23 @@
 
 namespace host {
 
+/// That the service has answered the finishing request of an export. It holds for what earlier exports have
+/// uploaded to the event too.
+struct Confirmation {
+    QString folder; ///< In which the journals lie.
+    ExportRecord record;
+    QDateTime lastSent; ///< When the export's last image was uploaded: nothing later is covered.
+};
+
+/// The journals of earlier exports learn of it, and those go that nobody needs any more. Any thread.
+void confirmEarlierExports(const Confirmation& confirmation);
+
 /// Keeps the outcome of every image of an export on the disk, so that it survives a crash or a power cut.
 ///
 /// One file an export, its further tries included; see JournalFolder.h for finding them. Whoever has one open
 /// holds it: no other process can. What is told here goes into the file before the call returns; it is forced
 /// to the disk by then for `create`, `beginAttempt`, `processingConfirmed` and `attemptEnded`, soon after for
-/// `imageUploaded`. A journal that can't be written goes on in memory, see `failure`. Main thread.
+/// `imageUploaded`. A journal that can't be written goes on in memory, see `failure`. One thread at a time.
 class ExportJournal {
 public:
     /// Begins the journal of a new export to `service` in `folder`, which is made where it is missing. Of
@@ -56,9 +67,9 @@ public:
     /// it is, it was at that image.
     void troubleTold(const QString& text);
 
-    /// The plug-in has told its host to finish: the service has answered the finishing request. It holds for
-    /// what earlier exports have uploaded to the event too, and their journals in the folder learn of it.
-    void processingConfirmed();
+    /// The plug-in has told its host to finish: the service has answered the finishing request. What it means
+    /// for earlier exports is for `confirmEarlierExports`.
+    Confirmation processingConfirmed();
     /// The try is over. `reason`: why those of its images that are not uploaded are not, unless it ended at
     /// one image; empty where there is none.
     void attemptEnded(const QString& reason);
@@ -74,7 +85,6 @@ private:
     ExportJournal(std::unique_ptr<JournalFile> file, ExportRecord record);
     void note(const QByteArray& line, JournalFile::Durability durability);
     void settleInterruptedAttempt();
-    void confirmEarlierExports(const QString& folder) const;
     QString markerPath() const;
     std::optional<std::size_t> imageOfAttempt(std::uint32_t index) const;
 

@@ -1,6 +1,5 @@
 #include "host/core/HostedPlugIn.h"
 
-#include "host/core/JournalFolder.h"
 #include "host/core/ObserverRelay.h"
 #include "host/core/PlugInLoader.h"
 
@@ -35,15 +34,11 @@ std::vector<std::optional<QString>> projectsOf(const std::vector<ExportedImage>&
 } // namespace
 
 std::unique_ptr<HostedPlugIn> HostedPlugIn::make(const QString& bundlePath, Services services,
-                                                 const std::optional<QString>& journalFolder,
                                                  const std::vector<ExportedImage>& images,
                                                  const std::weak_ptr<ExportClient>& client, QString& error) {
     services.observer = std::make_shared<ObserverRelay>(client);
     auto apiManager = std::make_shared<APIManager>(
         std::make_shared<ExportManager>(projectsOf(images), client), std::move(services));
-    // Making a plug-in empties the folder in which an earlier process has left its traces.
-    if (journalFolder)
-        reconcileJournals(*journalFolder);
     auto plugIn = loadPlugIn(bundlePath, *apiManager, error);
     if (!plugIn)
         return nullptr;

@@ -26,11 +26,10 @@ public:
 /// in the order in which the operations stand here. Main thread.
 class HostedPlugIn {
 public:
-    /// Reconciles the journals in `journalFolder`, if there is one, and makes the object, which knows its
-    /// client by weak references. Of `images` it is told the projects. Empty, with `error`, where there is
-    /// none to be had.
+    /// Makes the object, which knows its client by weak references. Of `images` it is told the projects. Its
+    /// temporary folder is emptied: call `reconcileJournals` before. Empty, with `error`, where there is none
+    /// to be had.
     static std::unique_ptr<HostedPlugIn> make(const QString& bundlePath, Services services,
-                                              const std::optional<QString>& journalFolder,
                                               const std::vector<ExportedImage>& images,
                                               const std::weak_ptr<ExportClient>& client, QString& error);
     /// What the plug-in still has under way may outlive it.

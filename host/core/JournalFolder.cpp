@@ -33,11 +33,16 @@ QString imageKey(const RecordedImage& image) {
              QString::fromLatin1(image.source.toPercentEncoding()));
 }
 
+/// Of journals of which no more than the first line is known.
+bool mayBeSuperseded(const ExportRecord& older, const ExportRecord& newest) {
+    return older.begun <= newest.begun &&
+           (sameEvent(older, newest) || older.begun.daysTo(newest.begun) > kSettledKeptDays);
+}
+
+/// Of those that may be superseded.
 bool isNeededBeside(const ExportRecord& newest, const ExportRecord& older) {
-    if (older.begun > newest.begun)
-        return true;
     if (older.isSettled())
-        return !sameEvent(older, newest) && older.begun.daysTo(newest.begun) <= kSettledKeptDays;
+        return false;
     // Whether the new one will bring its confirmation, nobody knows yet.
     if (older.lacksConfirmation() || older.service != newest.service ||
         !sameDestination(newest.choices, older.choices))
@@ -85,7 +90,8 @@ QString newJournalPath(const QString& folder, const QDateTime& begun) {
              QString::number(QRandomGenerator::system()->generate(), 36), kSuffix);
 }
 
-std::vector<FoundJournal> journalsIn(const QString& folder) {
+std::vector<FoundJournal> journalsIn(const QString& folder,
+                                     const std::function<bool(const ExportRecord& firstLine)>& areWanted) {
     std::vector<FoundJournal> found;
     // The names begin with the time.
     const QStringList names = QDir(folder).entryList({QLatin1Char('*') + kSuffix}, QDir::Files | QDir::System,
@@ -94,6 +100,10 @@ std::vector<FoundJournal> journalsIn(const QString& folder) {
         FoundJournal journal;
         journal.path = folder + QLatin1Char('/') + name;
         const auto contents = readJournalFile(journal.path, journal.isHeld, journal.error);
+        const auto firstLine =
+            areWanted && contents ? journal_format::readFirstLine(*contents) : std::nullopt;
+        if (firstLine && !areWanted(*firstLine))
+            continue;
         qint64 length = 0;
         if (contents)
             journal.record = journal_format::read(*contents, length, journal.error);
@@ -122,7 +132,8 @@ void reconcileJournals(const QString& folder) {
 
 void removeSupersededJournals(const QString& folder, const ExportRecord& newest) {
     removeUnfinishedFiles(folder);
-    for (const FoundJournal& journal : journalsIn(folder)) {
+    const auto mayGo = [&](const ExportRecord& older) { return mayBeSuperseded(older, newest); };
+    for (const FoundJournal& journal : journalsIn(folder, mayGo)) {
         if (journal.isHeld || !journal.record || isNeededBeside(newest, *journal.record))
             continue;
         QByteArray contents;

@@ -4,6 +4,7 @@
 
 #include <QtCore/QString>
 
+#include <functional>
 #include <optional>
 #include <vector>
 
@@ -21,7 +22,12 @@ struct FoundJournal {
 QString userJournalFolder();
 
 /// The journals in `folder`, the newest export first. Any thread.
-std::vector<FoundJournal> journalsIn(const QString& folder);
+///
+/// Those whose first line (see `journal_format::readFirstLine`) tells that they are not wanted are passed
+/// over: the rest of a journal takes much longer.
+std::vector<FoundJournal>
+journalsIn(const QString& folder,
+           const std::function<bool(const ExportRecord& firstLine)>& areWanted = nullptr);
 
 /// The file beside the prepared ones of a journal's last try that stays as long as nobody but the plug-in's
 /// upload takes files away from there.

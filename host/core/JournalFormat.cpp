@@ -258,8 +258,7 @@ private:
     int number_ = 0;
 };
 
-ExportRecord readBeginning(Lines& lines) {
-    const QJsonObject first = parsed(lines.expected());
+ExportRecord recordBegunBy(const QJsonObject& first) {
     const int version = first.value(kJournal).toInt();
     if (version < 1)
         throw Senseless();
@@ -269,9 +268,15 @@ ExportRecord readBeginning(Lines& lines) {
     record.begun = QDateTime::fromString(text(first, kBegun), Qt::ISODate);
     record.service = text(first, kService);
     record.choices = choicesOf(first.value(kChoices).toObject());
-    const std::size_t count = wholeNumber(first.value(kCount), kMostImages + 1);
     if (!record.begun.isValid())
         throw Senseless();
+    return record;
+}
+
+ExportRecord readBeginning(Lines& lines) {
+    const QJsonObject first = parsed(lines.expected());
+    ExportRecord record = recordBegunBy(first);
+    const std::size_t count = wholeNumber(first.value(kCount), kMostImages + 1);
     for (std::size_t i = 0; i < count; ++i) {
         const QJsonObject object = parsed(lines.expected());
         if (wholeNumber(object.value(kImage), count) != i)
@@ -348,6 +353,16 @@ bool apply(const QByteArray& line, ExportRecord& record) {
         return true;
     } catch (const Senseless&) {
         return false;
+    }
+}
+
+std::optional<ExportRecord> readFirstLine(const QByteArray& contents) {
+    try {
+        return recordBegunBy(parsed(Lines(contents).expected()));
+    } catch (const Senseless&) {
+        return std::nullopt;
+    } catch (const AnotherVersion&) {
+        return std::nullopt;
     }
 }
 

@@ -24,6 +24,10 @@ QByteArray attemptEnded(const QString& reason);
 /// Changes the record as the line, which follows the beginning, says. False where it says nothing sensible.
 bool apply(const QByteArray& line, ExportRecord& record);
 
+/// What a journal's first line tells: all but images, what was sent before and tries. None where it is no
+/// journal of this version.
+std::optional<ExportRecord> readFirstLine(const QByteArray& contents);
+
 /// Reads a whole journal. What a power cut or a crash has left of a last line is passed over: `length` is
 /// that of all before it. Without a value, and with `error`, where it is no journal, is damaged,
 /// or was kept by another version. One that does not say to which service it belongs must not be gone on

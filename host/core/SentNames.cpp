@@ -20,9 +20,10 @@ QString remoteFolder(const ExportChoices& choices, const std::optional<QString>&
 
 SentNames SentNames::inJournals(const QString& folder, const QString& service, const ExportChoices& choices) {
     SentNames names;
-    const std::vector<FoundJournal> journals = journalsIn(folder);
+    const std::vector<FoundJournal> journals =
+        journalsIn(folder, [&](const ExportRecord& record) { return isOfEvent(record, service, choices); });
     std::for_each(journals.rbegin(), journals.rend(), [&](const FoundJournal& journal) {
-        if (journal.record && isOfEvent(*journal.record, service, choices))
+        if (journal.record)
             names.add(*journal.record);
     });
     return names;

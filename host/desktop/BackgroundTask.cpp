@@ -1,5 +1,6 @@
 #include "host/desktop/BackgroundTask.h"
 
+#include "platform/RunLoop.h"
 #include "platform/Thread.h"
 
 #include <QtCore/QCoreApplication>
@@ -14,6 +15,15 @@ void runInBackground(const std::string& name, const std::function<void()>& body)
     if (!platform::Thread::start(name, body))
         QTimer::singleShot(kPause, QCoreApplication::instance(),
                            [name, body] { runInBackground(name, body); });
+}
+
+void runBeside(const std::string& name, std::function<void()> work, std::function<void()> then) {
+    const auto body = [work = std::move(work), then = std::move(then)] {
+        work();
+        platform::RunLoop::main()->post(then);
+    };
+    if (!platform::Thread::start(name, body))
+        body();
 }
 
 } // namespace host::desktop

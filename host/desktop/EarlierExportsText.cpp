@@ -1,7 +1,5 @@
 #include "host/desktop/EarlierExportsText.h"
 
-#include "host/desktop/SummaryText.h"
-
 #include <QtCore/QCoreApplication>
 
 #include <algorithm>
@@ -17,8 +15,8 @@ QString tr(const char* text) {
     return QCoreApplication::translate("EarlierExportsText", text);
 }
 
-QString unfinishedNotice(const std::vector<FoundJournal>& journals) {
-    const QString last = unfinishedLine(*journals.front().record);
+QString unfinishedNotice(const std::vector<EarlierExports::Journal>& journals) {
+    const QString& last = journals.front().text;
     return journals.size() == 1
                ? tr("An export is not complete: %1.").arg(last)
                : tr("%1 exports are not complete. See File, Unfinished Exports. The last one: %2.")
@@ -43,10 +41,10 @@ QString earlierExportsNotice(const EarlierExports& exports) {
     return texts.join(QLatin1Char(' '));
 }
 
-QString unreadableJournalsText(const std::vector<FoundJournal>& journals) {
+QString unreadableJournalsText(const std::vector<EarlierExports::Journal>& journals) {
     QStringList lines;
     for (std::size_t i = 0; i < std::min(journals.size(), kMostNamed); ++i)
-        lines << tr("%1: %2.").arg(journals[i].path, journals[i].error);
+        lines << tr("%1: %2.").arg(journals[i].path, journals[i].text);
     if (journals.size() > kMostNamed)
         lines << tr("And %1 more.").arg(journals.size() - kMostNamed);
     lines << QString()

@@ -9,6 +9,6 @@ namespace host::desktop {
 QString earlierExportsNotice(const EarlierExports& exports);
 
 /// Which journals can't be read, and why.
-QString unreadableJournalsText(const std::vector<FoundJournal>& journals);
+QString unreadableJournalsText(const std::vector<EarlierExports::Journal>& journals);
 
 } // namespace host::desktop

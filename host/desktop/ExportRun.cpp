@@ -3,6 +3,7 @@
 #include "host/core/AccountDefaults.h"
 #include "host/core/SentNames.h"
 #include "host/core/Service.h"
+#include "host/desktop/BackgroundTask.h"
 #include "host/desktop/Counting.h"
 #include "hostapi/SettingsPanel.h"
 
@@ -126,8 +127,8 @@ bool ExportRun::makePlugIn(QString& error) {
         // Nobody else's remembered login gets into an export of this account.
         services.defaultsStore =
             std::make_shared<AccountDefaults>(job_.journal->record().choices.account, false);
-    plugIn_ = HostedPlugIn::make(setting_.bundlePath, std::move(services), setting_.journalFolder,
-                                 exportedImages(offeredImages()), self_, error);
+    plugIn_ = HostedPlugIn::make(setting_.bundlePath, std::move(services), exportedImages(offeredImages()),
+                                 self_, error);
     return plugIn_ != nullptr;
 }
 
@@ -183,44 +184,73 @@ void ExportRun::exportShouldBegin() {
     // Hidden, not destroyed: the plug-in reads its controls.
     dialog_->hide();
     Q_EMIT begun();
-    if (beginJournal())
-        plugIn_->beginImages(exportedImages(imagesAt(journal_->record().attempt, journal_->record())));
-    else
-        cancelThroughPlugIn(End::Failed);
+    beginJournal();
 }
 
-bool ExportRun::beginJournal() {
+void ExportRun::beginJournal() {
     const ExportChoices choices = panel_->choices();
     if (job_.journal && sameDestination(job_.journal->record().choices, choices)) {
         journal_ = std::move(job_.journal);
-        const auto images =
-            job_.confirmationOnly ? std::vector<std::size_t>() : journal_->record().remaining();
-        journal_->beginAttempt(choices, images, plugIn_->exportFolder());
-        return true;
-    }
-    if (job_.confirmationOnly) {
+        beginImages(choices,
+                    job_.confirmationOnly ? std::vector<std::size_t>() : journal_->record().remaining());
+    } else if (job_.confirmationOnly) {
         // Nothing was sent there that could be processed.
         reason_ =
             tr("The confirmation can only be asked for with the account, event and category of the export.");
-        return false;
+        cancelThroughPlugIn(End::Failed);
+    } else {
+        // What goes somewhere else is an export of its own.
+        makeJournal(choices);
     }
-    // What goes somewhere else is an export of its own.
-    auto images = offeredImages();
-    const std::size_t count = images.size();
-    const auto sent = SentNames::inJournals(setting_.journalFolder, service_, choices);
-    sent.giveNames(images, choices);
-    QString error;
-    journal_ = ExportJournal::create(setting_.journalFolder, service_, choices, std::move(images), sent.all(),
-                                     error);
-    if (!journal_) {
+}
+
+void ExportRun::makeJournal(const ExportChoices& choices) {
+    struct Made {
+        std::unique_ptr<ExportJournal> journal;
+        QString error;
+    };
+    const auto made = std::make_shared<Made>();
+    workBeside(
+        [made, folder = setting_.journalFolder, service = service_, choices, offered = offeredImages()] {
+            const auto sent = SentNames::inJournals(folder, service, choices);
+            auto images = offered;
+            sent.giveNames(images, choices);
+            made->journal =
+                ExportJournal::create(folder, service, choices, std::move(images), sent.all(), made->error);
+        },
+        [this, made] { journalMade(std::move(made->journal), made->error); });
+}
+
+void ExportRun::journalMade(std::unique_ptr<ExportJournal> journal, const QString& error) {
+    journal_ = std::move(journal);
+    if (!journal_)
         reason_ =
             tr("The outcome of an export cannot be kept in “%1”: %2").arg(setting_.journalFolder, error);
-        return false;
+    // It may have been given up meanwhile.
+    if (end_) {
+        noteEnd();
+    } else if (!journal_) {
+        cancelThroughPlugIn(End::Failed);
+    } else if (!cancelEnd_) {
+        std::vector<std::size_t> all(journal_->record().images.size());
+        std::iota(all.begin(), all.end(), std::size_t{0});
+        beginImages(journal_->record().choices, std::move(all));
     }
-    std::vector<std::size_t> all(count);
-    std::iota(all.begin(), all.end(), std::size_t{0});
-    journal_->beginAttempt(choices, all, plugIn_->exportFolder());
-    return true;
+}
+
+void ExportRun::beginImages(const ExportChoices& choices, std::vector<std::size_t> images) {
+    journal_->beginAttempt(choices, std::move(images), plugIn_->exportFolder());
+    plugIn_->beginImages(exportedImages(imagesAt(journal_->record().attempt, journal_->record())));
+}
+
+void ExportRun::workBeside(std::function<void()> work, std::function<void()> then) {
+    ++worksBeside_;
+    runBeside("journals", std::move(work), [self = self_, then = std::move(then)] {
+        if (const auto run = self.lock()) {
+            --run->worksBeside_;
+            then();
+        }
+    });
 }
 
 void ExportRun::exportProgressed(const hostapi::ExportProgress& progress) {
@@ -327,8 +357,9 @@ void ExportRun::exportShouldCancel() {
 void ExportRun::exportShouldFinish() {
     if (end_ || !journal_)
         return;
-    journal_->processingConfirmed();
+    const auto confirmation = std::make_shared<const Confirmation>(journal_->processingConfirmed());
     conclude(End::Finished);
+    workBeside([confirmation] { confirmEarlierExports(*confirmation); }, [] {});
 }
 
 void ExportRun::finishingRequestUnanswered() {
@@ -357,13 +388,17 @@ void ExportRun::conclude(End end) {
     end_ = end;
     cancelTimer_.stop();
     plugIn_->end();
-    if (journal_)
-        journal_->attemptEnded(end == End::Cancelled && reason_.isEmpty() ? tr(kCancelled) : reason_);
+    noteEnd();
     standTimer_.start(kStandInterval);
 }
 
+void ExportRun::noteEnd() {
+    if (journal_)
+        journal_->attemptEnded(end_ == End::Cancelled && reason_.isEmpty() ? tr(kCancelled) : reason_);
+}
+
 void ExportRun::endOnceAllStands() {
-    if (plugIn_->isAtImages() || openAlerts_ > 0)
+    if (worksBeside_ > 0 || plugIn_->isAtImages() || openAlerts_ > 0)
         return;
     standTimer_.stop();
     plugIn_->deactivate();

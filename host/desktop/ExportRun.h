@@ -30,7 +30,8 @@ public:
 
     static std::shared_ptr<ExportRun> make(ExportJob job, const ExportSetting& setting);
 
-    /// Makes the plug-in and opens the dialog over `window`. False, with `error`, where that fails. Once.
+    /// Makes the plug-in and opens the dialog over `window`; the journals are reconciled. False, with
+    /// `error`, where that fails. Once.
     bool open(QWidget* window, QString& error);
     /// The user gives up: cancels through the plug-in. `ended` follows.
     void cancel();
@@ -60,11 +61,17 @@ private:
     std::vector<RecordedImage> offeredImages() const;
     QString heading() const;
     void presetChoices();
-    bool beginJournal();
+    void beginJournal();
+    void makeJournal(const ExportChoices& choices);
+    void journalMade(std::unique_ptr<ExportJournal> journal, const QString& error);
+    void beginImages(const ExportChoices& choices, std::vector<std::size_t> images);
+    /// With the journals, beside the main thread, and then on it. The run does not end before.
+    void workBeside(std::function<void()> work, std::function<void()> then);
 
     void breakOff(const QString& reason);
     void cancelThroughPlugIn(End end);
     void conclude(End end);
+    void noteEnd();
     void endOnceAllStands();
 
     // ExportClient
@@ -100,6 +107,7 @@ private:
     QTimer standTimer_;
     Stage stage_ = Stage::Choosing;
     bool choicesArePreset_ = false;
+    int worksBeside_ = 0; ///< How many are under way.
     std::size_t leftOutCount_ = 0;
     int openAlerts_ = 0;
     QString reason_;

@@ -1,6 +1,7 @@
 #include "host/desktop/Exporter.h"
 
 #include "host/core/Service.h"
+#include "host/desktop/BackgroundTask.h"
 #include "platform/Alert.h"
 
 #include <QtCore/QFile>
@@ -13,14 +14,14 @@ EarlierExports earlierExports(const ExportSetting& setting) {
     EarlierExports exports;
     QString ignored; // Whoever exports is told.
     const auto configuration = serviceConfiguration(setting.bundlePath, ignored);
-    for (FoundJournal& journal : journalsIn(setting.journalFolder)) {
+    for (const FoundJournal& journal : journalsIn(setting.journalFolder)) {
         if (journal.isHeld)
             continue;
         if (!journal.record)
-            exports.unreadable.push_back(std::move(journal));
+            exports.unreadable.push_back({journal.path, journal.error});
         else if (!journal.record->isSettled() && configuration &&
                  journal.record->service == serviceIdentity(*configuration))
-            exports.unfinished.push_back(std::move(journal));
+            exports.unfinished.push_back({journal.path, unfinishedLine(*journal.record)});
     }
     return exports;
 }
@@ -32,7 +33,9 @@ Exporter::Exporter(ExportSetting setting, QWidget& window)
 Exporter::~Exporter() = default;
 
 void Exporter::request(ExportJob job) {
-    enqueue({std::move(job), {}});
+    // Once the dialog is there, the window takes no requests: a key that was hit twice means one export.
+    if (!isPreparing_)
+        enqueue({std::move(job), {}});
 }
 
 void Exporter::review(const QString& journalPath) {
@@ -58,18 +61,41 @@ void Exporter::next() {
         openReview(task.journalPath);
 }
 
+void Exporter::prepare(std::function<void()> work, std::function<void()> then) {
+    isPreparing_ = true;
+    runBeside("journals", std::move(work), [exporter = QPointer(this), then = std::move(then)] {
+        if (!exporter)
+            return;
+        exporter->isPreparing_ = false;
+        if (!exporter->quits_)
+            then();
+    });
+}
+
 void Exporter::openReview(const QString& journalPath) {
-    QString error;
-    if (auto journal = ExportJournal::open(journalPath, error))
-        openSummary(std::move(journal), std::nullopt, {});
-    else if (QFile::exists(journalPath))
-        showError(tr("What is known of this export cannot be read."), error);
-    else
-        showError(tr("Nothing is left of this export."),
-                  tr("Meanwhile it was finished, begun anew or forgotten."));
+    struct Opened {
+        std::unique_ptr<ExportJournal> journal;
+        QString error;
+    };
+    const auto opened = std::make_shared<Opened>();
+    prepare([opened, journalPath] { opened->journal = ExportJournal::open(journalPath, opened->error); },
+            [this, opened, journalPath] {
+                if (opened->journal)
+                    openSummary(std::move(opened->journal), std::nullopt, {});
+                else if (QFile::exists(journalPath))
+                    showError(tr("What is known of this export cannot be read."), opened->error);
+                else
+                    showError(tr("Nothing is left of this export."),
+                              tr("Meanwhile it was finished, begun anew or forgotten."));
+            });
 }
 
 void Exporter::start(ExportJob job) {
+    prepare([folder = setting_.journalFolder] { reconcileJournals(folder); },
+            [this, prepared = std::make_shared<ExportJob>(std::move(job))] { open(std::move(*prepared)); });
+}
+
+void Exporter::open(ExportJob job) {
     run_ = ExportRun::make(std::move(job), setting_);
     connect(run_.get(), &ExportRun::begun, this, &Exporter::begun);
     connect(run_.get(), &ExportRun::progressed, this, &Exporter::progressed);

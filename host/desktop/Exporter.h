@@ -16,13 +16,19 @@ namespace host::desktop {
 
 /// What earlier exports have left.
 struct EarlierExports {
+    struct Journal {
+        QString path;
+        QString text; ///< What is left, in a line; or why the journal can't be read.
+        bool operator==(const Journal&) const = default;
+    };
     /// The journals of the plug-in's service that have something left to do and that nobody holds; none where
     /// it is not known which service that is.
-    std::vector<FoundJournal> unfinished;
+    std::vector<Journal> unfinished;
     /// The journals that are damaged, or of another version of the program: what is left is not known.
-    std::vector<FoundJournal> unreadable;
+    std::vector<Journal> unreadable;
 
     bool isEmpty() const { return unfinished.empty() && unreadable.empty(); }
+    bool operator==(const EarlierExports&) const = default;
 };
 
 /// Any thread.
@@ -67,10 +73,14 @@ private:
         QString journalPath; ///< To be shown, where there is no job.
     };
 
-    bool isBusy() const { return run_ || summary_; }
+    bool isBusy() const { return isPreparing_ || run_ || summary_; }
     void enqueue(Task task);
     void next();
+    /// Works with the journals beside the main thread, and then goes on with `then`, unless the application
+    /// quits.
+    void prepare(std::function<void()> work, std::function<void()> then);
     void start(ExportJob job);
+    void open(ExportJob job);
     void runEnded(ExportRun::End end);
     void openReview(const QString& journalPath);
     void openSummary(std::unique_ptr<ExportJournal> journal, std::optional<ExportRun::End> end,
@@ -83,6 +93,7 @@ private:
     std::shared_ptr<ExportRun> run_;
     QPointer<SummaryDialog> summary_;
     std::deque<Task> waiting_;
+    bool isPreparing_ = false; ///< What opens next.
     bool quits_ = false;
 };
 

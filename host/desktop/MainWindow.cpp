@@ -6,7 +6,6 @@
 #include "host/desktop/ElidedLabel.h"
 #include "host/desktop/FindingsText.h"
 #include "host/desktop/ProjectDialog.h"
-#include "host/desktop/SummaryText.h"
 #include "platform/Alert.h"
 #include "platform/RunLoop.h"
 
@@ -80,10 +79,7 @@ MainWindow::MainWindow(ExportSetting setting)
     connect(&model_, &QAbstractItemModel::rowsInserted, this, &MainWindow::updateTitle);
     connect(&model_, &QAbstractItemModel::modelReset, this, &MainWindow::updateTitle);
     connect(unfinishedNotice_, &NoticeBar::activated, this, &MainWindow::showNoticed);
-    connect(&exporter_, &Exporter::earlierExportsChanged, this, [this] {
-        if (unfinishedNotice_->isVisible())
-            findEarlierExports();
-    });
+    connect(&exporter_, &Exporter::earlierExportsChanged, this, &MainWindow::findEarlierExports);
     connect(&exporter_, &Exporter::begun, exportStatus_, &ExportStatus::begin);
     connect(&exporter_, &Exporter::progressed, exportStatus_, &ExportStatus::follow);
     connect(&exporter_, &Exporter::ended, this, &MainWindow::exportEnded);
@@ -117,6 +113,8 @@ void MainWindow::makeActions() {
     clearAction_ = addAction(tr("&Clear the Light Table"), {}, &MainWindow::clear);
     exportAction_ = addAction(tr("&Export to Quillmark…"), tr("Ctrl+E"), &MainWindow::exportSelection);
     exportAction_->setIcon(style()->standardIcon(QStyle::SP_ArrowUp));
+    lookingAction_ = new QAction(tr("Looking…"), this);
+    lookingAction_->setEnabled(false);
     quitAction_ = new QAction(tr("&Quit"), this);
     quitAction_->setShortcut(QKeySequence::Quit);
     connect(quitAction_, &QAction::triggered, this, &QWidget::close);
@@ -156,7 +154,9 @@ void MainWindow::makeMenus() {
     fileMenu->addSeparator();
     fileMenu->addAction(exportAction_);
     unfinishedMenu_ = fileMenu->addMenu(tr("&Unfinished Exports"));
-    connect(unfinishedMenu_, &QMenu::aboutToShow, this, &MainWindow::listUnfinished);
+    unfinishedMenu_->addAction(lookingAction_);
+    // Another program may have changed them too.
+    connect(unfinishedMenu_, &QMenu::aboutToShow, this, &MainWindow::findEarlierExports);
     fileMenu->addSeparator();
     fileMenu->addAction(quitAction_);
 
@@ -233,51 +233,69 @@ void MainWindow::exportEnded() {
         close();
 }
 
-void MainWindow::listUnfinished() {
-    unfinishedMenu_->clear();
-    const EarlierExports exports = earlierExports(exporter_.setting());
-    for (const FoundJournal& journal : exports.unfinished) {
-        // An ampersand would underline the next letter.
-        const QString text = unfinishedLine(*journal.record).replace(QLatin1Char('&'), QStringLiteral("&&"));
-        connect(unfinishedMenu_->addAction(text), &QAction::triggered, this,
-                [this, path = journal.path] { exporter_.review(path); });
-    }
-    if (const std::size_t count = exports.unreadable.size(); count > 0)
-        connect(unfinishedMenu_->addAction(count == 1 ? tr("1 Unreadable Journal…")
-                                                      : tr("%1 Unreadable Journals…").arg(count)),
-                &QAction::triggered, this,
-                [this, journals = exports.unreadable] { showUnreadable(journals); });
-    if (unfinishedMenu_->isEmpty())
-        unfinishedMenu_->addAction(tr("None"))->setEnabled(false);
-}
-
 void MainWindow::findEarlierExports() {
+    lookingAction_->setVisible(true);
+    looksForExportsAgain_ = looksForExports_;
+    if (looksForExports_)
+        return;
+    looksForExports_ = true;
     runInBackground("find-journals", [window = QPointer(this), setting = exporter_.setting()] {
         platform::RunLoop::main()->post([window, exports = earlierExports(setting)] {
             if (window)
-                window->tellEarlierExports(exports);
+                window->earlierExportsFound(exports);
         });
     });
 }
 
-void MainWindow::tellEarlierExports(EarlierExports exports) {
-    noticed_ = std::move(exports);
-    if (noticed_.isEmpty())
+void MainWindow::earlierExportsFound(EarlierExports exports) {
+    looksForExports_ = false;
+    const bool isFirst = !earlierExports_;
+    const bool isNew = earlierExports_ != exports;
+    earlierExports_ = std::move(exports);
+    lookingAction_->setVisible(false);
+    if (isNew)
+        listEarlierExports();
+    // A user who has closed the notice wants none.
+    if (isFirst || unfinishedNotice_->isVisible())
+        tellEarlierExports();
+    if (looksForExportsAgain_)
+        findEarlierExports();
+}
+
+void MainWindow::tellEarlierExports() {
+    if (earlierExports_->isEmpty())
         unfinishedNotice_->hide();
     else
-        unfinishedNotice_->showNotice(earlierExportsNotice(noticed_), tr("&Show…"));
+        unfinishedNotice_->showNotice(earlierExportsNotice(*earlierExports_), tr("&Show…"));
+}
+
+void MainWindow::listEarlierExports() {
+    unfinishedMenu_->clear();
+    for (const auto& [path, text] : earlierExports_->unfinished) {
+        // An ampersand would underline the next letter.
+        QAction* const action =
+            unfinishedMenu_->addAction(QString(text).replace(QLatin1Char('&'), QStringLiteral("&&")));
+        connect(action, &QAction::triggered, this, [this, path = path] { exporter_.review(path); });
+    }
+    if (const std::size_t count = earlierExports_->unreadable.size(); count > 0)
+        connect(unfinishedMenu_->addAction(count == 1 ? tr("1 Unreadable Journal…")
+                                                      : tr("%1 Unreadable Journals…").arg(count)),
+                &QAction::triggered, this, &MainWindow::showUnreadable);
+    if (unfinishedMenu_->isEmpty())
+        unfinishedMenu_->addAction(tr("None"))->setEnabled(false);
+    unfinishedMenu_->addAction(lookingAction_);
 }
 
 void MainWindow::showNoticed() {
-    if (noticed_.unfinished.empty())
-        showUnreadable(noticed_.unreadable);
+    if (earlierExports_->unfinished.empty())
+        showUnreadable();
     else
-        exporter_.review(noticed_.unfinished.front().path);
+        exporter_.review(earlierExports_->unfinished.front().path);
 }
 
-void MainWindow::showUnreadable(const std::vector<FoundJournal>& journals) {
+void MainWindow::showUnreadable() {
     platform::Alert(platform::AlertStyle::Warning, tr("The journals of earlier exports cannot be read."),
-                    unreadableJournalsText(journals))
+                    unreadableJournalsText(earlierExports_->unreadable))
         .beginSheet(this);
 }
 

@@ -42,11 +42,12 @@ private:
 
     void exportSelection();
     void exportEnded();
-    void listUnfinished();
     void findEarlierExports();
-    void tellEarlierExports(EarlierExports exports);
+    void earlierExportsFound(EarlierExports exports);
+    void tellEarlierExports();
+    void listEarlierExports();
     void showNoticed();
-    void showUnreadable(const std::vector<FoundJournal>& journals);
+    void showUnreadable();
     bool confirmsQuitting();
 
     void addFound(FoundPhotographs found);
@@ -73,8 +74,11 @@ private:
     CaptureTimeReader captureTimes_;
     Exporter exporter_;
     bool quitsAfterExport_ = false;
-    EarlierExports noticed_;   ///< What the notice tells of.
-    unsigned tableNumber_ = 0; ///< Counts how often the light table was cleared.
+    /// What the last look has found; none before the first one.
+    std::optional<EarlierExports> earlierExports_;
+    bool looksForExports_ = false;
+    bool looksForExportsAgain_ = false; ///< They may have changed since the look began.
+    unsigned tableNumber_ = 0;          ///< Counts how often the light table was cleared.
     LightTable* lightTable_;
     Preview* preview_;
     QStackedWidget* pages_;
@@ -89,6 +93,7 @@ private:
     QAction* clearAction_;
     QAction* exportAction_;
     QMenu* unfinishedMenu_;
+    QAction* lookingAction_; ///< In the menu: more may come.
     QAction* quitAction_;
     QAction* selectAllAction_;
     QAction* selectNoneAction_;

@@ -15,6 +15,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         return 0;
     }
     require(length >= 0 && length <= contents.size());
+    const auto firstLine = journal_format::readFirstLine(contents);
+    require(firstLine && firstLine->begun == record->begun && sameEvent(*firstLine, *record));
     const std::size_t count = record->images.size();
     require(std::all_of(record->attempt.begin(), record->attempt.end(),
                         [count](std::size_t index) { return index < count; }));

@@ -21,6 +21,29 @@ TEST_F(Journal, FolderListsTheNewestExportFirst) {
     EXPECT_EQ(found, paths);
 }
 
+TEST_F(Journal, FolderPassesOverWhatTheFirstLineTellsNotToBeWanted) {
+    const QString wanted = create()->path();
+    ExportChoices choices = someChoices();
+    choices.eventId = QStringLiteral("78");
+    const QString other = create(someImages(), choices)->path();
+    const auto found = [this] {
+        std::vector<QString> paths;
+        for (const FoundJournal& journal : journalsIn(folder(), [](const ExportRecord& firstLine) {
+                 return firstLine.service == someService() &&
+                        firstLine.choices.account == someChoices().account &&
+                        firstLine.choices.eventId == someChoices().eventId && firstLine.begun.isValid();
+             }))
+            paths.push_back(journal.path);
+        return paths;
+    };
+    EXPECT_EQ(found(), std::vector{wanted});
+    // What is damaged behind its first line is still known not to be wanted.
+    write(other, contents(other).replace("1.tif", "1\"tif"));
+    EXPECT_EQ(found(), std::vector{wanted});
+    write(other, "nonsense\n");
+    EXPECT_EQ(found(), (std::vector{other, wanted})) << "it may be any";
+}
+
 TEST_F(Journal, FolderOfAUserIsWhereStateIsKept) {
     const QByteArray before = qgetenv("XDG_STATE_HOME");
     qputenv("XDG_STATE_HOME", "/somewhere");
@@ -107,13 +130,13 @@ TEST_F(Journal, OfAnUnconfirmedExportStaysUntilALaterOneToTheEventIsConfirmed) {
     ASSERT_TRUE(QFileInfo::exists(path)) << "the service was not asked";
     ExportChoices elsewhere = someChoices();
     elsewhere.eventId = QStringLiteral("78");
-    exportLater(elsewhere)->processingConfirmed();
+    confirmEarlierExports(exportLater(elsewhere)->processingConfirmed());
     ASSERT_TRUE(QFileInfo::exists(path)) << "the service was asked for another event";
     ExportChoices otherCategory = someChoices();
     otherCategory.category = QStringLiteral("Party");
     auto confirmed = exportLater(otherCategory);
     ASSERT_TRUE(QFileInfo::exists(path)) << "whether the service answers is not known";
-    confirmed->processingConfirmed();
+    confirmEarlierExports(confirmed->processingConfirmed());
     EXPECT_FALSE(QFileInfo::exists(path)) << "nothing is left to do";
 }
 
@@ -128,7 +151,7 @@ TEST_F(Journal, OfAnUnconfirmedExportWithSomethingLeftLearnsOfALaterConfirmation
     otherCategory.category = QStringLiteral("Party");
     auto later = create(someImages(2), otherCategory);
     later->beginAttempt(otherCategory, {0, 1}, exportFolder());
-    later->processingConfirmed();
+    confirmEarlierExports(later->processingConfirmed());
     const auto journal = reopen(path);
     EXPECT_TRUE(journal->record().processingConfirmed);
     EXPECT_EQ(outcomes(journal->record()), (std::vector{kUploaded, kNotUploaded}));
@@ -147,7 +170,7 @@ TEST_F(Journal, OfImagesSentAfterALaterExportsLastOneDoesNotTakeItsConfirmation)
     upload(*meanwhile, 0);
     const QString path = meanwhile->path();
     meanwhile.reset();
-    later->processingConfirmed();
+    confirmEarlierExports(later->processingConfirmed());
     EXPECT_TRUE(reopen(path)->record().lacksConfirmation());
 }
 

@@ -66,13 +66,21 @@ protected:
         }
         return nullptr;
     }
-    /// What the menu offers when it opens.
+    /// What the menu says.
+    QStringList unfinishedMenuTexts() const {
+        QStringList texts;
+        for (QAction* const action : unfinishedMenu()->actions()) {
+            if (action->isVisible())
+                texts << action->text();
+        }
+        return texts;
+    }
+    /// What the menu offers once it has opened and looked.
     QStringList unfinishedExports() const {
         Q_EMIT unfinishedMenu()->aboutToShow();
-        QStringList texts;
-        for (QAction* const action : unfinishedMenu()->actions())
-            texts << action->text();
-        return texts;
+        EXPECT_TRUE(test_support::waitUntil(
+            [this] { return !unfinishedMenuTexts().contains(QStringLiteral("Looking…")); }));
+        return unfinishedMenuTexts();
     }
 
     /// Of the notice about earlier exports; empty where there is none.

@@ -4,12 +4,12 @@
 #include "host/core/MemoryStores.h"
 #include "host/desktop/MainWindow.h"
 #include "hostapi/SettingsPanel.h"
+#include "tests/host/desktop/Heartbeat.h"
 #include "tests/host/desktop/PhotographFolder.h"
 #include "tests/support/MessageAnswers.h"
 #include "tests/support/Pictures.h"
 #include "tests/support/Waiting.h"
 
-#include <QtCore/QElapsedTimer>
 #include <QtCore/QEventLoop>
 #include <QtCore/QFileInfo>
 #include <QtCore/QJsonDocument>
@@ -44,31 +44,6 @@ namespace {
 constexpr double kLongestPause = 100;      ///< Milliseconds, at the 99.9th percentile.
 constexpr qint64 kMostMemory = 400 * 1024; ///< KiB.
 constexpr auto kExportDeadline = 300s;
-
-/// Notes how long the main thread's event loop takes from one beat to the next.
-class Heartbeat {
-public:
-    Heartbeat() {
-        QObject::connect(&timer_, &QTimer::timeout, &timer_, [this] {
-            pauses_.push_back(static_cast<double>(clock_.nsecsElapsed()) / 1e6);
-            clock_.start();
-        });
-        timer_.setTimerType(Qt::PreciseTimer);
-        timer_.start(2);
-        clock_.start();
-    }
-
-    double percentile(double part) {
-        std::sort(pauses_.begin(), pauses_.end());
-        return pauses_[static_cast<std::size_t>(part * static_cast<double>(pauses_.size() - 1))];
-    }
-    std::size_t count() const { return pauses_.size(); }
-
-private:
-    QTimer timer_;
-    QElapsedTimer clock_;
-    std::vector<double> pauses_;
-};
 
 /// The process's largest memory so far, in KiB.
 qint64 peakMemory() {
