@@ -63,6 +63,13 @@ class Package(unittest.TestCase):
         icon = self.root / "usr/share/icons/hicolor/scalable/apps/quillmark.svg"
         self.assertIn("128x128", output("vipsheader", icon))
 
+    def test_integrations_are_where_their_page_says(self):
+        page = (SOURCE / "docs/integrations.md").read_text()
+        told = [self.root / path for path in set(re.findall(r'[`"]/(usr/share/[^`"]+)[`"]', page))]
+        files = [path for path in (SOURCE / "integrations").rglob("*") if path.is_file() and path.name != "CMakeLists.txt"]
+        self.assertEqual({path.name: path.read_bytes() for path in told}, {path.name: path.read_bytes() for path in files})
+        self.assertEqual([path.name for path in told if os.access(path, os.X_OK)], ["Send to Quillmark"])
+
     def test_manual_pages_are_well_formed(self):
         pages = list((self.root / "usr/share/man/man1").iterdir())
         self.assertEqual(sorted(page.name for page in pages), ["quillmark-export.1.gz", "quillmark.1.gz"])
