@@ -8,6 +8,21 @@
 
 namespace host {
 
+namespace {
+
+std::atomic<int> runningThreads{0};
+
+/// Held by each running thread.
+class Running {
+public:
+    Running() { ++runningThreads; }
+    ~Running() { --runningThreads; }
+    Running(const Running&) = delete;
+    Running& operator=(const Running&) = delete;
+};
+
+} // namespace
+
 /// What the thread works on; it lives as long as the thread does.
 class ExportThread::Body {
 public:
@@ -101,7 +116,8 @@ ExportThread::ExportThread(std::shared_ptr<hostapi::ApertureExportPlugIn> plugIn
                            std::weak_ptr<ExportThreadClient> client, std::function<void()> callbackReturned)
     : body_(std::make_shared<Body>(std::move(plugIn), std::move(images), std::move(folder), std::move(client),
                                    std::move(callbackReturned)))
-    , thread_(platform::Thread::start("export", [body = body_] { body->run(); })) {
+    , thread_(platform::Thread::start(
+          "export", [body = body_, running = std::make_shared<Running>()] { body->run(); })) {
     if (!thread_)
         body_->endUnbegun();
 }
@@ -116,6 +132,10 @@ void ExportThread::stop() {
 
 bool ExportThread::isRunning() const {
     return thread_ && thread_->isRunning();
+}
+
+bool ExportThread::isAnyRunning() {
+    return runningThreads > 0;
 }
 
 } // namespace host

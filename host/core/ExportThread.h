@@ -51,6 +51,8 @@ public:
     /// No callback begins any more. Returns at once: one may still be running.
     void stop();
     bool isRunning() const;
+    /// Whether a thread of any export still runs: who has stopped one may not have waited for it.
+    static bool isAnyRunning();
 
 private:
     class Body;

@@ -36,6 +36,12 @@ std::vector<std::optional<QString>> projectsOf(const std::vector<ExportedImage>&
 std::unique_ptr<HostedPlugIn> HostedPlugIn::make(const QString& bundlePath, Services services,
                                                  const std::vector<ExportedImage>& images,
                                                  const std::weak_ptr<ExportClient>& client, QString& error) {
+    if (ExportThread::isAnyRunning()) {
+        // What it still writes would get among the files of the new plug-in, which has the same folder.
+        error =
+            QStringLiteral("A photograph of the export before is still being read. Try again in a moment.");
+        return nullptr;
+    }
     services.observer = std::make_shared<ObserverRelay>(client);
     auto apiManager = std::make_shared<APIManager>(
         std::make_shared<ExportManager>(projectsOf(images), client), std::move(services));
