@@ -47,7 +47,8 @@ std::unique_ptr<ExportJournal> ExportJournal::create(const QString& folder, cons
     record.choices = choices;
     record.sentBefore = std::move(sentBefore);
     for (RecordedImage& image : images)
-        record.images.push_back({std::move(image.source), std::move(image.name), std::move(image.project)});
+        record.images.push_back(
+            {image.source, std::move(image.name), std::move(image.project), fileStamp(image.source)});
     auto file = JournalFile::create(newJournalPath(folder, record.begun), journal_format::beginning(record),
                                     expectedGrowth(record), error);
     if (!file)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "host/core/ExportChoices.h"
+#include "host/core/PhotographFile.h"
 
 #include <QtCore/QByteArray>
 #include <QtCore/QDateTime>
@@ -24,6 +25,7 @@ struct RecordedImage {
     QString name;      ///< Under which it is offered to the plug-in. Each further try uses the same, so that
                        ///< it replaces what an earlier one has sent of it.
     std::optional<QString> project{};
+    std::optional<FileStamp> stamp{}; ///< Of the file, when the export began; empty where it was not there.
     ImageOutcome outcome = ImageOutcome::NotUploaded;
     QString reason{};       ///< Why it is not uploaded, for a person to read; empty where nothing is known.
     bool hasFailed = false; ///< A try could not write it, or ended at it: the next one takes it last.
@@ -37,6 +39,8 @@ struct SentName {
     QString folder; ///< The category, or the project in its place; empty where there was neither.
     QString name;   ///< As in `RecordedImage`.
     QByteArray source;
+    std::optional<FileStamp> stamp{};
+    QDateTime begun{}; ///< Of the export; UTC.
 
     bool operator==(const SentName&) const = default;
 };

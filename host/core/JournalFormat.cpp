@@ -32,6 +32,8 @@ const QString kImage = QStringLiteral("image");
 const QString kSource = QStringLiteral("source");
 const QString kName = QStringLiteral("name");
 const QString kProject = QStringLiteral("project");
+const QString kModified = QStringLiteral("modified");
+const QString kSize = QStringLiteral("size");
 const QString kSentBefore = QStringLiteral("sentBefore");
 const QString kAttempt = QStringLiteral("attempt");
 const QString kFolder = QStringLiteral("folder");
@@ -46,8 +48,9 @@ const QString kConfirmed = QStringLiteral("confirmed");
 const QString kEnded = QStringLiteral("ended");
 
 /// Changes when what an older program wrote, or a newer one writes, can't be taken for the same. Version 1
-/// did not note the service, version 2 no image that failed, version 3 nothing of earlier exports.
-constexpr int kVersion = 4;
+/// did not note the service, version 2 no image that failed, version 3 nothing of earlier exports, version 4
+/// of the files only their paths.
+constexpr int kVersion = 5;
 constexpr std::size_t kMostImages = 1'000'000;
 /// What stays readable in a source's path; all other bytes are percent-encoded, since they need not be text.
 constexpr char kPlainInPaths[] = "/ +,()[]@";
@@ -143,16 +146,42 @@ QString fileName(const QJsonObject& object) {
     return name;
 }
 
+void insertStamp(const std::optional<FileStamp>& stamp, QJsonObject& object) {
+    // A time before 1970 is no time of a photograph's.
+    if (!stamp || stamp->modified < 0)
+        return;
+    object.insert(kModified, stamp->modified);
+    object.insert(kSize, stamp->size);
+}
+
+std::optional<FileStamp> stampOf(const QJsonObject& object) {
+    // Up to here, numbers in JSON are whole.
+    constexpr std::size_t kNumbersEnd = std::size_t{1} << 53;
+    if (!object.contains(kModified))
+        return std::nullopt;
+    return FileStamp{static_cast<qint64>(wholeNumber(object.value(kModified), kNumbersEnd)),
+                     static_cast<qint64>(wholeNumber(object.value(kSize), kNumbersEnd))};
+}
+
+QDateTime time(const QJsonObject& object, const QString& key) {
+    QDateTime time = QDateTime::fromString(text(object, key), Qt::ISODate);
+    if (!time.isValid())
+        throw Senseless();
+    return time;
+}
+
 RecordedImage imageOf(const QJsonObject& object) {
     RecordedImage image;
     image.source = source(object);
     image.name = fileName(object);
     image.project = textOrNone(object, kProject);
+    image.stamp = stampOf(object);
     return image;
 }
 
 SentName sentNameOf(const QJsonObject& object) {
-    return {text(object, kSentBefore), fileName(object), source(object)};
+    return {text(object, kSentBefore), fileName(object), source(object), stampOf(object),
+            time(object, kBegun)};
 }
 
 QJsonObject parsed(const QByteArray& line) {
@@ -265,11 +294,9 @@ ExportRecord recordBegunBy(const QJsonObject& first) {
     if (version != kVersion)
         throw AnotherVersion{version};
     ExportRecord record;
-    record.begun = QDateTime::fromString(text(first, kBegun), Qt::ISODate);
+    record.begun = time(first, kBegun);
     record.service = text(first, kService);
     record.choices = choicesOf(first.value(kChoices).toObject());
-    if (!record.begun.isValid())
-        throw Senseless();
     return record;
 }
 
@@ -304,11 +331,17 @@ QByteArray beginning(const ExportRecord& record) {
             {kImage, static_cast<qint64>(i)}, {kSource, encodedSource(image.source)}, {kName, image.name}};
         if (image.project)
             object.insert(kProject, *image.project);
+        insertStamp(image.stamp, object);
         lines += line(object);
     }
-    for (const SentName& sent : record.sentBefore)
-        lines +=
-            line({{kSentBefore, sent.folder}, {kSource, encodedSource(sent.source)}, {kName, sent.name}});
+    for (const SentName& sent : record.sentBefore) {
+        QJsonObject object{{kSentBefore, sent.folder},
+                           {kSource, encodedSource(sent.source)},
+                           {kName, sent.name},
+                           {kBegun, sent.begun.toUTC().toString(Qt::ISODate)}};
+        insertStamp(sent.stamp, object);
+        lines += line(object);
+    }
     return lines;
 }
 

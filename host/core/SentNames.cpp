@@ -11,6 +11,19 @@ namespace host {
 
 namespace {
 
+/// Whether the file where it came from shows that photograph: as it was sent, or edited since. What was last
+/// changed before the export and is another file all the same lies on another card; what was taken after the
+/// export, on a card that was used again.
+bool isStillThere(const SentName& sent) {
+    const auto stamp = fileStamp(sent.source);
+    if (!stamp || !sent.stamp || *stamp == *sent.stamp)
+        return true;
+    if (stamp->modified <= sent.begun.toMSecsSinceEpoch())
+        return false;
+    const QDateTime captured = readCaptureTime(sent.source);
+    return !captured.isValid() || captured <= sent.begun;
+}
+
 /// Tells the event's folders apart.
 QString remoteFolder(const ExportChoices& choices, const std::optional<QString>& project) {
     return choices.autoCategories && project ? *project : choices.category.value_or(QString());
@@ -33,22 +46,28 @@ void SentNames::add(const ExportRecord& record) {
     for (const SentName& sent : record.sentBefore)
         add(sent);
     for (const RecordedImage& image : record.images)
-        add({remoteFolder(record.choices, image.project), image.name, image.source});
+        add({remoteFolder(record.choices, image.project), image.name, image.source, image.stamp,
+             record.begun});
 }
 
 void SentNames::add(SentName sent) {
     const Place place{sent.folder, stemKey(sent.name)};
-    placeOf_[{sent.folder, sent.source}] = place;
+    std::vector<Place>& places = placesOf_[{sent.folder, sent.source}];
+    std::erase(places, place);
+    places.push_back(place);
     sent_[place] = std::move(sent);
 }
 
 const SentName* SentNames::nameOf(const QString& folder, const QByteArray& source) const {
-    const auto place = placeOf_.find({folder, source});
-    if (place == placeOf_.end())
+    const auto places = placesOf_.find({folder, source});
+    if (places == placesOf_.end())
         return nullptr;
-    // Another photograph may have been sent under it since.
-    const SentName& sent = sent_.at(place->second);
-    return sent.source == source ? &sent : nullptr;
+    const auto found = std::find_if(places->second.rbegin(), places->second.rend(), [&](const Place& place) {
+        // Another photograph may have been sent under it since.
+        const SentName& sent = sent_.at(place);
+        return sent.source == source && isStillThere(sent);
+    });
+    return found == places->second.rend() ? nullptr : &sent_.at(*found);
 }
 
 void SentNames::giveNames(std::vector<RecordedImage>& images, const ExportChoices& choices) const {
@@ -83,9 +102,10 @@ void SentNames::giveNames(std::vector<RecordedImage>& images, const ExportChoice
 
 const SentName* SentNames::replacedBy(const RecordedImage& image, const ExportChoices& choices) const {
     const auto found = sent_.find({remoteFolder(choices, image.project), stemKey(image.name)});
-    const bool isReplaced = found != sent_.end() && found->second.source != image.source &&
-                            preparedName(found->second.name) == preparedName(image.name);
-    return isReplaced ? &found->second : nullptr;
+    if (found == sent_.end() || preparedName(found->second.name) != preparedName(image.name))
+        return nullptr;
+    const SentName& sent = found->second;
+    return sent.source == image.source && isStillThere(sent) ? nullptr : &sent;
 }
 
 std::vector<SentName> SentNames::all() const {

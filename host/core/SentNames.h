@@ -11,9 +11,9 @@ namespace host {
 /// The names under which exports have sent photographs into the folders of an event, or are still to send
 /// them.
 ///
-/// The service keeps one file of a name in a folder: the photograph that was given a name last has it. A
-/// photograph is told by its path, so an edited one replaces what was sent of it before, and one of another
-/// folder or card that happens to be called the same does not.
+/// The service keeps one file of a name in a folder: the photograph that was given a name last has it. An
+/// edited photograph replaces what was sent of it before; one of another folder or card that happens to be
+/// called the same does not, even where that card is found under the same path.
 class SentNames {
 public:
     SentNames() = default;
@@ -24,7 +24,7 @@ public:
     void add(const ExportRecord& record);
 
     /// Names images that are to be exported with `choices`: each by the name that it has at the service, else
-    /// by its own one, numbered where another photograph has that name.
+    /// by its own one, numbered where another photograph has that name. Looks at their files.
     void giveNames(std::vector<RecordedImage>& images, const ExportChoices& choices) const;
     /// The other photograph whose place an image of that name would take; null where there is none. On the
     /// service's host, letters' cases count.
@@ -39,7 +39,8 @@ private:
     const SentName* nameOf(const QString& folder, const QByteArray& source) const;
 
     std::map<Place, SentName> sent_;
-    std::map<std::pair<QString, QByteArray>, Place> placeOf_; ///< By folder and source.
+    std::map<std::pair<QString, QByteArray>, std::vector<Place>>
+        placesOf_; ///< By folder and source; the latest last.
 };
 
 } // namespace host

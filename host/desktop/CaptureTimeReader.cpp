@@ -1,7 +1,7 @@
 #include "host/desktop/CaptureTimeReader.h"
 
+#include "host/core/PhotographFile.h"
 #include "host/desktop/BackgroundTask.h"
-#include "host/desktop/PictureReader.h"
 #include "platform/RunLoop.h"
 
 namespace host::desktop {

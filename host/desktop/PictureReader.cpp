@@ -21,10 +21,6 @@ using platform::ImageFile;
 /// What the pictures that are decoded at the same time hold together, of the table and of the preview. One
 /// that holds more is decoded alone.
 constexpr std::uint64_t kDecodingBytes = std::uint64_t{96} << 20;
-/// Larger files are not read whole for a time.
-constexpr std::uint64_t kLargeFile = std::uint64_t{32} << 20;
-/// What holds a JPEG's Exif data, which comes first in the file.
-constexpr std::uint64_t kHeaderSize = std::uint64_t{256} << 10;
 
 /// A part of `kDecodingBytes`, for as long as it lives. Whoever came first gets it first: small pictures
 /// would keep a large one waiting.
@@ -73,22 +69,6 @@ QImage readPicture(const QByteArray& path, int side, const std::function<void()>
         if (bytes > kDecodingBytes)
             ::malloc_trim(0);
         return picture;
-    } catch (const std::bad_alloc&) {
-        return {};
-    }
-}
-
-QDateTime readCaptureTime(const QByteArray& path) {
-    try {
-        const auto file = ImageFile::open(path);
-        if (!file)
-            return {};
-        if (const auto image = Image::open(file->bytes(0, kHeaderSize)))
-            return image->captureTime();
-        // Other formats keep their descriptions anywhere.
-        const bool isTooLarge = Image::isReadWhole(*file) && file->size() > kLargeFile;
-        const auto image = file->size() <= kHeaderSize || isTooLarge ? nullptr : Image::openFile(file);
-        return image ? image->captureTime() : QDateTime();
     } catch (const std::bad_alloc&) {
         return {};
     }

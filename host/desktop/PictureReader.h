@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QtCore/QByteArray>
-#include <QtCore/QDateTime>
 #include <QtGui/QImage>
 
 #include <functional>
@@ -15,8 +14,5 @@ namespace host::desktop {
 /// takes most of what there is, `makeRoom` is called, on this thread.
 QImage readPicture(
     const QByteArray& path, int side, const std::function<void()>& makeRoom = [] {});
-
-/// When the picture was taken, by the camera's clock; invalid where the file does not tell. Any thread.
-QDateTime readCaptureTime(const QByteArray& path);
 
 } // namespace host::desktop

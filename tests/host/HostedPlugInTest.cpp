@@ -15,7 +15,7 @@ TEST(HostedPlugIn, IsNotMadeWhileAnImageOfAnEndedExportMayStillWriteIntoItsFolde
     const auto make = [&images, &error] {
         Services services;
         services.defaultsStore = std::make_shared<MemoryDefaultsStore>();
-        return HostedPlugIn::make(FakePlugInScript::bundlePath(), services, std::nullopt, images, {}, error);
+        return HostedPlugIn::make(FakePlugInScript::bundlePath(), services, images, {}, error);
     };
     auto first = make();
     ASSERT_TRUE(first) << error.toStdString();

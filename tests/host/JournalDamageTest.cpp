@@ -127,7 +127,7 @@ TEST_F(Journal, WithABeginningThatMakesNoSenseIsRefused) {
           Change{"\"source\":\"/photos", "\"source\":\"photos"}, Change{"/photos/0", "/photos/%00"},
           Change{"\"images\":1", "\"images\":2"}, Change{"\"images\":1", "\"images\":1e18"},
           Change{"\"sentBefore\":0", "\"sentBefore\":1"}, Change{"\"sentBefore\":0", "\"sentBefore\":-1"},
-          Change{"\"journal\":4", "\"journal\":0"},
+          Change{"\"journal\":5", "\"journal\":0"},
           Change{"\"service\":\"www", "\"service\":1,\"else\":\"www"},
           Change{"\"begun\":\"2", "\"begun\":\"x"}, Change{"\"account\":\"ann\"", "\"account\":1"},
           Change{"\"quality\":950", "\"quality\":-1"}, Change{"\"image\":0", "\"image\":1"}}) {
@@ -147,9 +147,9 @@ TEST_F(Journal, OfAnotherVersionIsRefusedAndLeftAsItIs) {
     journal.reset();
     const QByteArray good = contents(path);
     // The first did not note the service: what is left must not go to whichever is known now.
-    QByteArray first = QByteArray(good).replace("\"journal\":4", "\"journal\":1");
+    QByteArray first = QByteArray(good).replace("\"journal\":5", "\"journal\":1");
     first.remove(first.indexOf(",\"service\""), first.indexOf('}') - first.indexOf(",\"service\""));
-    for (const QByteArray& other : {first, QByteArray(good).replace("\"journal\":4", "\"journal\":5")}) {
+    for (const QByteArray& other : {first, QByteArray(good).replace("\"journal\":5", "\"journal\":6")}) {
         write(path, other);
         EXPECT_FALSE(ExportJournal::open(path, error_));
         EXPECT_TRUE(error_.startsWith(QStringLiteral("it was kept by another version of the program")))

@@ -174,6 +174,18 @@ TEST_F(Resume, SaysWhichPhotographsANewExportReplaces) {
                   plugIn_.path(QStringLiteral("b.tif")).toStdString() + ", and so on");
 }
 
+TEST_F(Resume, SaysThatAPhotographOfAnotherCardUnderTheSamePathIsReplaced) {
+    EXPECT_EQ(run({}).wait(), 0);
+    QFile card(images_.first());
+    ASSERT_TRUE(card.open(QIODevice::Append) && card.write("another") > 0 && card.flush());
+    ASSERT_TRUE(
+        card.setFileTime(QDateTime::currentDateTime().addSecs(-3600), QFileDevice::FileModificationTime));
+    CommandRun& other = run({});
+    EXPECT_EQ(other.wait(), 0);
+    EXPECT_TRUE(other.errors().startsWith("quillmark-export: an image takes the place of another photograph"))
+        << other.errors().toStdString();
+}
+
 TEST_F(Resume, SendsWhatLiesInAFolderThatTheServerCouldNotMake) {
     QDir().mkpath(plugIn_.path(QStringLiteral("new\nline")));
     images_ = {QFile::decodeName(plugIn_.file(QStringLiteral("new\nline/c.tif")))};

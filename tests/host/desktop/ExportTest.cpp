@@ -68,6 +68,19 @@ TEST_F(ExportWindow, APhotographTakesTheNameThatItHasAndNeverThatOfAnotherFolder
               "upload 0.jpg;upload 0-2.jpg;upload 0.jpg;upload 0-2.jpg");
 }
 
+TEST_F(ExportWindow, APhotographOfAnotherCardUnderTheSamePathTakesNoPlace) {
+    selectPictures(1);
+    exportToTheSummary();
+    summary()->reject();
+    folder_.picture(QStringLiteral("0.png"), {90, 60});
+    QFile other(folder_.filePath(QStringLiteral("0.png")));
+    ASSERT_TRUE(other.open(QIODevice::ReadWrite));
+    ASSERT_TRUE(
+        other.setFileTime(QDateTime::currentDateTime().addSecs(-3600), QFileDevice::FileModificationTime));
+    exportToTheSummary();
+    EXPECT_EQ(logged(QStringLiteral("upload")).toStdString(), "upload 0.jpg;upload 0-2.jpg");
+}
+
 TEST_F(ExportWindow, OnlyTheSelectionIsExported) {
     selectPictures(3);
     table()->clearSelection();
