@@ -43,8 +43,8 @@ def accessibility_bus() -> str:
 
 
 @contextmanager
-def display():
-    """An X server without a screen, and the bus on which applications show themselves to assistive tools."""
+def x_server():
+    """Without a screen."""
     read, write = os.pipe()
     server = subprocess.Popen(
         ["Xvfb", "-displayfd", str(write), "-screen", "0", "1280x900x24", "-noreset", "-nolisten", "tcp"],
@@ -53,6 +53,16 @@ def display():
     os.close(write)
     with os.fdopen(read) as numbers:
         os.environ["DISPLAY"] = ":" + numbers.readline().strip()
+    try:
+        yield
+    finally:
+        server.terminate()
+        server.wait()
+
+
+@contextmanager
+def accessibility():
+    """The bus on which applications of the session show themselves to assistive tools."""
     bus = subprocess.Popen([BUS_LAUNCHER, "--launch-immediately"], stderr=subprocess.DEVNULL)
     try:
         wait_for("the accessibility bus", accessibility_bus)
@@ -62,8 +72,12 @@ def display():
     finally:
         bus.terminate()
         bus.wait()
-        server.terminate()
-        server.wait()
+
+
+@contextmanager
+def display():
+    with x_server(), accessibility():
+        yield
 
 
 class ScreenReader:
@@ -99,12 +113,13 @@ class ScreenReader:
 class Application:
     """A running quillmark, as its user meets it."""
 
-    def __init__(self, environment: dict, *arguments, folder=None):
-        """Started in `folder`, from which relative paths count."""
+    def __init__(self, environment: dict, *arguments, folder=None, command=(QUILLMARK,), **options):
+        """Started in `folder`, from which relative paths count, by `command`, with options of Popen's."""
         self.process = subprocess.Popen(
-            [QUILLMARK, *map(str, arguments)], stderr=subprocess.DEVNULL, cwd=folder,
+            [*command, *map(str, arguments)], cwd=folder, start_new_session=True,
             env={**environment, "DISPLAY": os.environ["DISPLAY"], "QT_QPA_PLATFORM": "xcb",
                  "QT_LINUX_ACCESSIBILITY_ALWAYS_ON": "1", "QT_STYLE_OVERRIDE": "fusion"},
+            **{"stderr": subprocess.DEVNULL, **options},
         )
 
     def __enter__(self):
@@ -120,11 +135,17 @@ class Application:
 
     # --- What is on the screen ---
 
+    def _has_started(self, process: int) -> bool:
+        try:
+            return os.getsid(process) == self.process.pid
+        except ProcessLookupError:
+            return False
+
     def _windows(self):
         desktop = Atspi.get_desktop(0)
         for index in range(desktop.get_child_count()):
             program = desktop.get_child_at_index(index)
-            if program and program.get_process_id() == self.process.pid:
+            if program and self._has_started(program.get_process_id()):
                 for window in range(program.get_child_count()):
                     yield program.get_child_at_index(window)
 
