@@ -18,6 +18,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <optional>
 
@@ -25,6 +26,20 @@
 class ExportWindow : public testing::Test {
 protected:
     ExportWindow() { openWindow(); }
+    ~ExportWindow() override {
+        window_.reset();
+        // It would meet what the end of the process takes down.
+        EXPECT_TRUE(test_support::waitUntil([] { return !isAThreadAtJournals(); }));
+    }
+
+    static bool isAThreadAtJournals() {
+        const QDir threads(QStringLiteral("/proc/self/task"));
+        const QStringList ids = threads.entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+        return std::any_of(ids.begin(), ids.end(), [&](const QString& id) {
+            QFile name(threads.filePath(id + QStringLiteral("/comm")));
+            return name.open(QIODevice::ReadOnly) && name.readAll().trimmed().endsWith("journals");
+        });
+    }
 
     /// As a new start of the application.
     void openWindow() {
