@@ -1,5 +1,6 @@
 #pragma once
 
+#include "host/core/ExportThread.h"
 #include "host/core/JournalFolder.h"
 #include "host/core/MemoryStores.h"
 #include "host/desktop/MainWindow.h"
@@ -28,8 +29,9 @@ protected:
     ExportWindow() { openWindow(); }
     ~ExportWindow() override {
         window_.reset();
-        // It would meet what the end of the process takes down.
-        EXPECT_TRUE(test_support::waitUntil([] { return !isAThreadAtJournals(); }));
+        // They would meet the next test, or what the end of the process takes down.
+        EXPECT_TRUE(test_support::waitUntil(
+            [] { return !host::ExportThread::isAnyRunning() && !isAThreadAtJournals(); }));
     }
 
     static bool isAThreadAtJournals() {
