@@ -67,7 +67,7 @@ std::vector<ExportedImage> remainingImages(const ExportRecord& record) {
     std::vector<ExportedImage> images;
     for (const std::size_t index : record.remaining()) {
         const RecordedImage& image = record.images[index];
-        images.push_back({image.source, image.name, image.project});
+        images.push_back({image.source, image.name, image.project, traceOf(image, record)});
     }
     return images;
 }
@@ -403,6 +403,11 @@ void ExportSession::imageWritten(std::uint32_t index, const QString& path) {
 void ExportSession::imageLeftOut(std::uint32_t index) {
     if (listens())
         leaveOut(index, QStringLiteral("it can't be decoded"));
+}
+
+void ExportSession::imageCaptured(std::uint32_t index, const QDateTime& time) {
+    if (listens() && journal_)
+        journal_->imageCaptured(index, time);
 }
 
 void ExportSession::imageNotOffered(std::uint32_t index, const QString& reason) {

@@ -98,6 +98,7 @@ private:
     void folderChainEnded(bool complete) override;
     void uploadEnded(bool complete) override;
     void finishingRequestUnanswered() override;
+    void imageCaptured(std::uint32_t index, const QDateTime& time) override;
     void imageNotOffered(std::uint32_t index, const QString& reason) override;
     void imageWritten(std::uint32_t index, const QString& path) override;
     void imagesEnded(bool all) override;

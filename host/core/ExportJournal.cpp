@@ -118,6 +118,12 @@ void ExportJournal::imagePrepared(std::uint32_t index, const QString& path) {
         note(journal_format::imagePrepared(*image, path), Durability::Eventually);
 }
 
+void ExportJournal::imageCaptured(std::uint32_t index, const QDateTime& time) {
+    const auto image = imageOfAttempt(index);
+    if (image && record_.images[*image].captured != time)
+        note(journal_format::imageCaptured(*image, time), Durability::Eventually);
+}
+
 void ExportJournal::imageLeftOut(std::uint32_t index, const QString& reason) {
     if (const auto image = imageOfAttempt(index))
         note(journal_format::imageLeftOut(*image, reason), Durability::Eventually);

@@ -58,6 +58,8 @@ public:
     // What the plug-in's observer and the export thread tell. `index` counts the images of the try, as the
     // plug-in does; what belongs to no image of the try is passed over.
     void imagePrepared(std::uint32_t index, const QString& path);
+    /// When the photograph was taken, by which it is known again.
+    void imageCaptured(std::uint32_t index, const QDateTime& time);
     void imageLeftOut(std::uint32_t index, const QString& reason);
     void imageUploaded(const QString& path);
     /// All images of the try were offered: those that were neither prepared nor left out could not be

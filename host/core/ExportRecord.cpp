@@ -28,6 +28,10 @@ bool ExportRecord::isSettled() const {
     return count(ImageOutcome::Uploaded) == images.size() && !lacksConfirmation();
 }
 
+PhotographTrace traceOf(const RecordedImage& image, const ExportRecord& record) {
+    return {image.stamp, image.captured, record.begun};
+}
+
 bool isToBeFinished(std::size_t offered, std::size_t leftOut, const ExportRecord* record) {
     return leftOut < offered || (record && record->lacksConfirmation());
 }

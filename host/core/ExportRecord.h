@@ -26,6 +26,8 @@ struct RecordedImage {
                        ///< it replaces what an earlier one has sent of it.
     std::optional<QString> project{};
     std::optional<FileStamp> stamp{}; ///< Of the file, when the export began; empty where it was not there.
+    QDateTime
+        captured{}; ///< By the camera's clock; invalid until it was offered, or where the file does not tell.
     ImageOutcome outcome = ImageOutcome::NotUploaded;
     QString reason{};       ///< Why it is not uploaded, for a person to read; empty where nothing is known.
     bool hasFailed = false; ///< A try could not write it, or ended at it: the next one takes it last.
@@ -39,8 +41,7 @@ struct SentName {
     QString folder; ///< The category, or the project in its place; empty where there was neither.
     QString name;   ///< As in `RecordedImage`.
     QByteArray source;
-    std::optional<FileStamp> stamp{};
-    QDateTime begun{}; ///< Of the export; UTC.
+    PhotographTrace trace{};
 
     bool operator==(const SentName&) const = default;
 };
@@ -74,6 +75,9 @@ struct ExportRecord {
     /// Nothing is left to do.
     bool isSettled() const;
 };
+
+/// Of one of the record's images.
+PhotographTrace traceOf(const RecordedImage& image, const ExportRecord& record);
 
 /// Whether the plug-in is to go on once all images of a try were offered, of which `leftOut` were left out:
 /// there is something to send, or what `record`'s earlier tries have sent waits for its confirmation. Else

@@ -56,6 +56,10 @@ private:
             notOffered(index, QStringLiteral("the plug-in does not want it"));
             return;
         }
+        if (!isStillThere(image.path, image.trace)) {
+            notOffered(index, QStringLiteral("another photograph is found under its path now"));
+            return;
+        }
         QString error;
         const auto rendered = stopped_ ? std::nullopt : renderImage(image.path, error);
         if (stopped_)
@@ -64,10 +68,16 @@ private:
             notOffered(index, error);
             return;
         }
+        tellWhenItWasTaken(index, image.path);
         plugIn_->exportManagerWillExportImageAtIndex(index);
         callbackReturned_();
         if (!stopped_)
             offer(index, image.name, *rendered);
+    }
+
+    void tellWhenItWasTaken(std::uint32_t index, const QByteArray& path) {
+        if (const QDateTime time = readCaptureTime(path); time.isValid())
+            tell([index, time](ExportThreadClient& client) { client.imageCaptured(index, time); });
     }
 
     void offer(std::uint32_t index, const QString& name, const RenderedImage& rendered) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "host/core/PhotographFile.h"
 #include "hostapi/ApertureExportPlugIn.h"
 #include "platform/Thread.h"
 
@@ -19,13 +20,17 @@ struct ExportedImage {
     QByteArray path; ///< Of the file, as the system keeps it.
     QString name;    ///< Under which it is offered to the plug-in.
     std::optional<QString> project;
+    PhotographTrace trace{}; ///< What is there must not be another one.
 };
 
 /// Is told how the images go. Main thread.
 class ExportThreadClient {
 public:
     virtual ~ExportThreadClient() = default;
-    /// The file could not be rendered, or the plug-in did not want it: it was not offered.
+    /// When the photograph that is offered next was taken, by its file.
+    virtual void imageCaptured(std::uint32_t index, const QDateTime& time) = 0;
+    /// The file could not be rendered, or shows another photograph now, or the plug-in did not want it:
+    /// it was not offered.
     virtual void imageNotOffered(std::uint32_t index, const QString& reason) = 0;
     /// The plug-in wanted the image written, and it was.
     virtual void imageWritten(std::uint32_t index, const QString& path) = 0;

@@ -51,8 +51,11 @@ bool isNeededBeside(const ExportRecord& newest, const ExportRecord& older) {
     for (const RecordedImage& image : newest.images)
         again.insert(imageKey(image));
     const auto remaining = older.remaining();
-    return std::any_of(remaining.begin(), remaining.end(),
-                       [&](std::size_t index) { return !again.contains(imageKey(older.images[index])); });
+    return std::any_of(remaining.begin(), remaining.end(), [&](std::size_t index) {
+        const RecordedImage& image = older.images[index];
+        // Under an equal path, another photograph may go.
+        return !again.contains(imageKey(image)) || !isStillThere(image.source, traceOf(image, older));
+    });
 }
 
 void removeUnfinishedFiles(const QString& folder) {

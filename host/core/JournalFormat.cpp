@@ -34,6 +34,8 @@ const QString kName = QStringLiteral("name");
 const QString kProject = QStringLiteral("project");
 const QString kModified = QStringLiteral("modified");
 const QString kSize = QStringLiteral("size");
+const QString kCaptured = QStringLiteral("captured");
+const QString kTime = QStringLiteral("time");
 const QString kSentBefore = QStringLiteral("sentBefore");
 const QString kAttempt = QStringLiteral("attempt");
 const QString kFolder = QStringLiteral("folder");
@@ -147,8 +149,7 @@ QString fileName(const QJsonObject& object) {
 }
 
 void insertStamp(const std::optional<FileStamp>& stamp, QJsonObject& object) {
-    // A time before 1970 is no time of a photograph's.
-    if (!stamp || stamp->modified < 0)
+    if (!stamp)
         return;
     object.insert(kModified, stamp->modified);
     object.insert(kSize, stamp->size);
@@ -163,11 +164,20 @@ std::optional<FileStamp> stampOf(const QJsonObject& object) {
                      static_cast<qint64>(wholeNumber(object.value(kSize), kNumbersEnd))};
 }
 
+QString timeText(const QDateTime& time) {
+    return time.toString(Qt::ISODate);
+}
+
 QDateTime time(const QJsonObject& object, const QString& key) {
     QDateTime time = QDateTime::fromString(text(object, key), Qt::ISODate);
     if (!time.isValid())
         throw Senseless();
     return time;
+}
+
+/// Invalid where the clocks of this machine's place never show it: the camera's may have been in another one.
+QDateTime cameraTime(const QJsonObject& object, const QString& key) {
+    return QDateTime::fromString(text(object, key), Qt::ISODate);
 }
 
 RecordedImage imageOf(const QJsonObject& object) {
@@ -180,8 +190,12 @@ RecordedImage imageOf(const QJsonObject& object) {
 }
 
 SentName sentNameOf(const QJsonObject& object) {
-    return {text(object, kSentBefore), fileName(object), source(object), stampOf(object),
-            time(object, kBegun)};
+    PhotographTrace trace;
+    trace.stamp = stampOf(object);
+    if (object.contains(kCaptured))
+        trace.captured = cameraTime(object, kCaptured);
+    trace.exported = time(object, kBegun);
+    return {text(object, kSentBefore), fileName(object), source(object), trace};
 }
 
 QJsonObject parsed(const QByteArray& line) {
@@ -238,6 +252,8 @@ void applyObject(const QJsonObject& object, ExportRecord& record) {
         beginAttempt(object, record);
     } else if (object.contains(kPrepared)) {
         image(kPrepared).preparedPath = text(object, kPath);
+    } else if (object.contains(kCaptured)) {
+        image(kCaptured).captured = cameraTime(object, kTime);
     } else if (object.contains(kLeftOut)) {
         RecordedImage& leftOut = image(kLeftOut);
         leftOut.reason = text(object, kReason);
@@ -321,7 +337,7 @@ ExportRecord readBeginning(Lines& lines) {
 QByteArray beginning(const ExportRecord& record) {
     QByteArray lines = line({{kJournal, kVersion},
                              {kService, record.service},
-                             {kBegun, record.begun.toUTC().toString(Qt::ISODate)},
+                             {kBegun, timeText(record.begun.toUTC())},
                              {kChoices, asObject(record.choices)},
                              {kCount, static_cast<qint64>(record.images.size())},
                              {kSentBefore, static_cast<qint64>(record.sentBefore.size())}});
@@ -338,8 +354,10 @@ QByteArray beginning(const ExportRecord& record) {
         QJsonObject object{{kSentBefore, sent.folder},
                            {kSource, encodedSource(sent.source)},
                            {kName, sent.name},
-                           {kBegun, sent.begun.toUTC().toString(Qt::ISODate)}};
-        insertStamp(sent.stamp, object);
+                           {kBegun, timeText(sent.trace.exported.toUTC())}};
+        insertStamp(sent.trace.stamp, object);
+        if (sent.trace.captured.isValid())
+            object.insert(kCaptured, timeText(sent.trace.captured));
         lines += line(object);
     }
     return lines;
@@ -358,6 +376,10 @@ QByteArray attemptBegan(const ExportChoices& choices, const std::vector<std::siz
 
 QByteArray imagePrepared(std::size_t image, const QString& path) {
     return line({{kPrepared, static_cast<qint64>(image)}, {kPath, path}});
+}
+
+QByteArray imageCaptured(std::size_t image, const QDateTime& time) {
+    return line({{kCaptured, static_cast<qint64>(image)}, {kTime, timeText(time)}});
 }
 
 QByteArray imageLeftOut(std::size_t image, const QString& reason) {

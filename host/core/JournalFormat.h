@@ -15,6 +15,7 @@ QByteArray beginning(const ExportRecord& record);
 QByteArray attemptBegan(const ExportChoices& choices, const std::vector<std::size_t>& images,
                         const QString& folder, const QByteArray& boot);
 QByteArray imagePrepared(std::size_t image, const QString& path);
+QByteArray imageCaptured(std::size_t image, const QDateTime& time);
 QByteArray imageLeftOut(std::size_t image, const QString& reason);
 QByteArray imageFailed(std::size_t image, const QString& reason);
 QByteArray imageUploaded(std::size_t image);

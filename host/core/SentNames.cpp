@@ -11,19 +11,6 @@ namespace host {
 
 namespace {
 
-/// Whether the file where it came from shows that photograph: as it was sent, or edited since. What was last
-/// changed before the export and is another file all the same lies on another card; what was taken after the
-/// export, on a card that was used again.
-bool isStillThere(const SentName& sent) {
-    const auto stamp = fileStamp(sent.source);
-    if (!stamp || !sent.stamp || *stamp == *sent.stamp)
-        return true;
-    if (stamp->modified <= sent.begun.toMSecsSinceEpoch())
-        return false;
-    const QDateTime captured = readCaptureTime(sent.source);
-    return !captured.isValid() || captured <= sent.begun;
-}
-
 /// Tells the event's folders apart.
 QString remoteFolder(const ExportChoices& choices, const std::optional<QString>& project) {
     return choices.autoCategories && project ? *project : choices.category.value_or(QString());
@@ -46,8 +33,7 @@ void SentNames::add(const ExportRecord& record) {
     for (const SentName& sent : record.sentBefore)
         add(sent);
     for (const RecordedImage& image : record.images)
-        add({remoteFolder(record.choices, image.project), image.name, image.source, image.stamp,
-             record.begun});
+        add({remoteFolder(record.choices, image.project), image.name, image.source, traceOf(image, record)});
 }
 
 void SentNames::add(SentName sent) {
@@ -65,7 +51,7 @@ const SentName* SentNames::nameOf(const QString& folder, const QByteArray& sourc
     const auto found = std::find_if(places->second.rbegin(), places->second.rend(), [&](const Place& place) {
         // Another photograph may have been sent under it since.
         const SentName& sent = sent_.at(place);
-        return sent.source == source && isStillThere(sent);
+        return sent.source == source && isStillThere(sent.source, sent.trace);
     });
     return found == places->second.rend() ? nullptr : &sent_.at(*found);
 }
@@ -105,7 +91,7 @@ const SentName* SentNames::replacedBy(const RecordedImage& image, const ExportCh
     if (found == sent_.end() || preparedName(found->second.name) != preparedName(image.name))
         return nullptr;
     const SentName& sent = found->second;
-    return sent.source == image.source && isStillThere(sent) ? nullptr : &sent;
+    return sent.source == image.source && isStillThere(sent.source, sent.trace) ? nullptr : &sent;
 }
 
 std::vector<SentName> SentNames::all() const {

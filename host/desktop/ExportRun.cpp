@@ -24,6 +24,9 @@ constexpr auto kPatienceWithTheBroken = 1s;
 /// How long it may take to answer a cancel.
 constexpr auto kPatienceWithTheCancelled = 3s;
 
+/// How long the end waits for a look at files, whose server may be away.
+constexpr auto kPatienceWithFiles = 10s;
+
 constexpr const char* kCannotDecode =
     QT_TRANSLATE_NOOP("host::desktop::ExportRun", "It cannot be read as a picture.");
 constexpr const char* kCancelled =
@@ -40,6 +43,16 @@ std::vector<ExportedImage> exportedImages(const std::vector<RecordedImage>& imag
     for (const RecordedImage& image : images)
         exported.push_back({image.source, image.name, image.project});
     return exported;
+}
+
+std::vector<ExportedImage> imagesOfAttempt(const ExportRecord& record) {
+    std::vector<ExportedImage> images;
+    images.reserve(record.attempt.size());
+    for (const std::size_t index : record.attempt) {
+        const RecordedImage& image = record.images[index];
+        images.push_back({image.source, image.name, image.project, traceOf(image, record)});
+    }
+    return images;
 }
 
 std::vector<RecordedImage> imagesAt(const std::vector<std::size_t>& indices, const ExportRecord& record) {
@@ -240,7 +253,7 @@ void ExportRun::journalMade(std::unique_ptr<ExportJournal> journal, const QStrin
 
 void ExportRun::beginImages(const ExportChoices& choices, std::vector<std::size_t> images) {
     journal_->beginAttempt(choices, std::move(images), plugIn_->exportFolder());
-    plugIn_->beginImages(exportedImages(imagesAt(journal_->record().attempt, journal_->record())));
+    plugIn_->beginImages(imagesOfAttempt(journal_->record()));
 }
 
 void ExportRun::workBeside(std::function<void()> work, std::function<void()> then) {
@@ -270,6 +283,11 @@ void ExportRun::imageWritten(std::uint32_t index, const QString& path) {
 
 void ExportRun::imageLeftOut(std::uint32_t index) {
     imageNotOffered(index, tr(kCannotDecode));
+}
+
+void ExportRun::imageCaptured(std::uint32_t index, const QDateTime& time) {
+    if (!end_ && journal_)
+        journal_->imageCaptured(index, time);
 }
 
 void ExportRun::imageNotOffered(std::uint32_t index, const QString& reason) {
@@ -386,6 +404,7 @@ void ExportRun::conclude(End end) {
     if (end_)
         return;
     end_ = end;
+    sinceEnd_.start();
     cancelTimer_.stop();
     plugIn_->end();
     noteEnd();
@@ -398,7 +417,9 @@ void ExportRun::noteEnd() {
 }
 
 void ExportRun::endOnceAllStands() {
-    if (worksBeside_ > 0 || plugIn_->isAtImages() || openAlerts_ > 0)
+    const bool isAtFiles =
+        worksBeside_ > 0 && std::chrono::milliseconds(sinceEnd_.elapsed()) < kPatienceWithFiles;
+    if (isAtFiles || plugIn_->isAtImages() || openAlerts_ > 0)
         return;
     standTimer_.stop();
     plugIn_->deactivate();

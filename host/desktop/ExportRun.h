@@ -6,6 +6,7 @@
 #include "host/desktop/ExportJob.h"
 #include "host/desktop/ShowingAlertPresenter.h"
 
+#include <QtCore/QElapsedTimer>
 #include <QtCore/QObject>
 #include <QtCore/QTimer>
 
@@ -85,6 +86,7 @@ private:
     void folderChainEnded(bool complete) override;
     void uploadEnded(bool complete) override;
     void finishingRequestUnanswered() override;
+    void imageCaptured(std::uint32_t index, const QDateTime& time) override;
     void imageNotOffered(std::uint32_t index, const QString& reason) override;
     void imageWritten(std::uint32_t index, const QString& path) override;
     void imagesEnded(bool all) override;
@@ -105,6 +107,7 @@ private:
 
     QTimer cancelTimer_; ///< The plug-in has broken off, and should cancel by itself; or it was told to.
     QTimer standTimer_;
+    QElapsedTimer sinceEnd_;
     Stage stage_ = Stage::Choosing;
     bool choicesArePreset_ = false;
     int worksBeside_ = 0; ///< How many are under way.

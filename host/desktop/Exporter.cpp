@@ -34,7 +34,7 @@ Exporter::~Exporter() = default;
 
 void Exporter::request(ExportJob job) {
     // Once the dialog is there, the window takes no requests: a key that was hit twice means one export.
-    if (!isPreparing_)
+    if (!isStarting_)
         enqueue({std::move(job), {}});
 }
 
@@ -91,11 +91,13 @@ void Exporter::openReview(const QString& journalPath) {
 }
 
 void Exporter::start(ExportJob job) {
+    isStarting_ = true;
     prepare([folder = setting_.journalFolder] { reconcileJournals(folder); },
             [this, prepared = std::make_shared<ExportJob>(std::move(job))] { open(std::move(*prepared)); });
 }
 
 void Exporter::open(ExportJob job) {
+    isStarting_ = false;
     run_ = ExportRun::make(std::move(job), setting_);
     connect(run_.get(), &ExportRun::begun, this, &Exporter::begun);
     connect(run_.get(), &ExportRun::progressed, this, &Exporter::progressed);

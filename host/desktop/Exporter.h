@@ -93,6 +93,7 @@ private:
     std::shared_ptr<ExportRun> run_;
     QPointer<SummaryDialog> summary_;
     std::deque<Task> waiting_;
+    bool isStarting_ = false;  ///< An export, whose dialog opens next.
     bool isPreparing_ = false; ///< What opens next.
     bool quits_ = false;
 };

@@ -4,6 +4,9 @@
 #include "tests/host/JournalFixture.h"
 #include "tests/support/Pictures.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
 using namespace host;
 
 namespace {
@@ -23,7 +26,8 @@ protected:
     }
 
     std::vector<RecordedImage> images() const {
-        return {{path_, QStringLiteral("IMG_1.jpg"), QStringLiteral("DCIM"), fileStamp(path_)}};
+        return {{path_, QStringLiteral("IMG_1.jpg"), QStringLiteral("DCIM"), fileStamp(path_),
+                 readCaptureTime(path_)}};
     }
     /// What an export that begins at `begun` knows, and what the next one makes of it.
     QString exportAt(const QDateTime& begun) {
@@ -52,13 +56,18 @@ TEST_F(Card, APhotographThatHasNotChangedKeepsItsName) {
 }
 
 TEST_F(Card, AnEditedPhotographKeepsItsName) {
-    put(shot_, shot_);
+    // By a camera whose clock is ahead.
+    const QDateTime captured = exported_.addSecs(7200);
+    put(shot_, captured);
     exportAt(exported_);
-    put(exported_.addSecs(60), shot_, 16);
+    put(exported_.addSecs(60), captured, 16);
     EXPECT_EQ(exportAt(exported_.addDays(1)), QStringLiteral("IMG_1.jpg"));
-    // Not every format keeps the time.
-    put(exported_.addDays(2), {}, 24);
-    EXPECT_EQ(exportAt(exported_.addDays(3)), QStringLiteral("IMG_1.jpg"));
+    // By a program that keeps the file's time.
+    put(shot_, captured, 24);
+    EXPECT_EQ(exportAt(exported_.addDays(2)), QStringLiteral("IMG_1.jpg"));
+    // Not every format keeps the photograph's.
+    put(exported_.addDays(3), {}, 32);
+    EXPECT_EQ(exportAt(exported_.addDays(4)), QStringLiteral("IMG_1.jpg"));
 }
 
 TEST_F(Card, OfAnotherCameraItTakesNoPlaceOfTheFirstOnes) {
@@ -71,10 +80,17 @@ TEST_F(Card, OfAnotherCameraItTakesNoPlaceOfTheFirstOnes) {
     EXPECT_EQ(*replaced, first);
     EXPECT_EQ(exportAt(exported_.addSecs(60)), QStringLiteral("IMG_1-2.jpg"));
     EXPECT_EQ(exportAt(exported_.addSecs(120)), QStringLiteral("IMG_1-2.jpg"));
-    // The first one is back.
-    put(shot_, shot_);
-    EXPECT_EQ(exportAt(exported_.addSecs(180)), QStringLiteral("IMG_1.jpg"));
+    // The first one is back, edited meanwhile.
+    put(exported_.addSecs(180), shot_, 24);
+    EXPECT_EQ(exportAt(exported_.addSecs(240)), QStringLiteral("IMG_1.jpg"));
     EXPECT_FALSE(sent_.replacedBy(images().front(), someChoices()));
+}
+
+TEST_F(Card, WithoutTimesInItsFilesItIsToldByTheirLastChange) {
+    put(shot_);
+    exportAt(exported_);
+    put(shot_.addSecs(60), {}, 16);
+    EXPECT_EQ(exportAt(exported_.addSecs(60)), QStringLiteral("IMG_1-2.jpg"));
 }
 
 TEST_F(Card, UsedAgainAfterTheExportItTakesNoPlaceOfWhatWasOnIt) {
@@ -99,17 +115,54 @@ TEST_F(Journal, NotesByWhatAFileIsKnownAgainAlsoForTheExportsBefore) {
     ASSERT_TRUE(file.open(QIODevice::WriteOnly));
     file.write("photograph");
     file.close();
-    const std::vector<SentName> before{{QStringLiteral("Ceremony"), QStringLiteral("b.jpg"), "/b.jpg",
-                                        FileStamp{1'780'000'000'123, 12'000'000'000},
-                                        QDateTime(QDate(2026, 6, 6), QTime(12, 0), Qt::UTC)},
-                                       {QStringLiteral("Ceremony"), QStringLiteral("c.jpg"), "/c.jpg",
-                                        std::nullopt, QDateTime(QDate(2026, 6, 7), QTime(12, 0), Qt::UTC)}};
+    const QDateTime exported(QDate(2026, 6, 6), QTime(12, 0), Qt::UTC);
+    const QDateTime captured(QDate(2026, 6, 5), QTime(23, 59, 58));
+    const PhotographTrace trace{FileStamp{1'780'000'000'123, 12'000'000'000}, captured, exported};
+    const std::vector<SentName> before{
+        {QStringLiteral("Ceremony"), QStringLiteral("b.jpg"), "/b.jpg", trace},
+        {QStringLiteral("Ceremony"), QStringLiteral("c.jpg"), "/c.jpg", {{}, {}, exported.addDays(1)}}};
     auto journal = ExportJournal::create(folder(), someService(), someChoices(),
                                          {{path, QStringLiteral("a.jpg")}}, before, error_);
     const QString journalPath = journal->path();
+    journal->beginAttempt(someChoices(), {0}, exportFolder());
+    journal->imageCaptured(0, captured);
     journal.reset();
     const auto record = reopen(journalPath)->record();
     EXPECT_EQ(record.images.front().stamp, fileStamp(path));
     EXPECT_EQ(record.images.front().stamp->size, 10);
+    EXPECT_EQ(record.images.front().captured, captured);
     EXPECT_EQ(record.sentBefore, before);
+}
+
+TEST_F(Journal, OfWhatRemainsStaysWhereAnotherCardIsExportedUnderTheSamePath) {
+    const QString path = exportFolder() + QStringLiteral("a.jpg");
+    const auto put = [&path](const QByteArray& photograph) {
+        QFile file(path);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(photograph);
+        ASSERT_TRUE(file.flush() && file.setFileTime(QDateTime::currentDateTime().addDays(-1),
+                                                     QFileDevice::FileModificationTime));
+    };
+    const std::vector<RecordedImage> images{{QFile::encodeName(path), QStringLiteral("a.jpg")}};
+    put("photograph");
+    const QString first = create(images)->path();
+    put("another photograph");
+    const QString second = create(images)->path();
+    EXPECT_TRUE(QFile::exists(first));
+    create(images);
+    EXPECT_TRUE(QFile::exists(first));
+    EXPECT_FALSE(QFile::exists(second)) << "it is begun anew";
+}
+
+TEST_F(Journal, PassesOverTimesOfFilesThatNoClockShows) {
+    const QByteArray path = QFile::encodeName(exportFolder() + QStringLiteral("a.jpg"));
+    ASSERT_TRUE(QFile(QFile::decodeName(path)).open(QIODevice::WriteOnly));
+    for (const time_t second : {time_t{-1}, time_t{1} << 50}) {
+        const timespec times[]{{second, 0}, {second, 0}};
+        ASSERT_EQ(utimensat(AT_FDCWD, path.constData(), times, 0), 0);
+        struct stat status {};
+        ASSERT_EQ(stat(path.constData(), &status), 0);
+        if (status.st_mtim.tv_sec == second) // Not every file system keeps such ones.
+            EXPECT_FALSE(fileStamp(path)) << second;
+    }
 }

@@ -81,6 +81,25 @@ TEST_F(ExportWindow, APhotographOfAnotherCardUnderTheSamePathTakesNoPlace) {
     EXPECT_EQ(logged(QStringLiteral("upload")).toStdString(), "upload 0.jpg;upload 0-2.jpg");
 }
 
+TEST_F(ExportWindow, WhatRemainsIsNotSentFromAnotherCardUnderTheSamePath) {
+    plugIn_.tell("upload-breaks=1");
+    selectPictures(3);
+    exportToTheSummary();
+    folder_.picture(QStringLiteral("2.png"), {90, 60});
+    QFile other(folder_.filePath(QStringLiteral("2.png")));
+    ASSERT_TRUE(other.open(QIODevice::ReadWrite));
+    ASSERT_TRUE(
+        other.setFileTime(QDateTime::currentDateTime().addSecs(-3600), QFileDevice::FileModificationTime));
+    plugIn_.tell("");
+    exportAgain();
+    EXPECT_EQ(text("headline").toStdString(), "Some photographs were not exported.");
+    EXPECT_EQ(logged(QStringLiteral("upload")).toStdString(), "upload 0.jpg;upload 1.jpg");
+    auto* const list = summary()->findChild<QTreeWidget*>();
+    ASSERT_EQ(list->topLevelItemCount(), 1);
+    EXPECT_EQ(list->topLevelItem(0)->text(0), QStringLiteral("2.png"));
+    EXPECT_EQ(list->topLevelItem(0)->text(1).toStdString(), "another photograph is found under its path now");
+}
+
 TEST_F(ExportWindow, OnlyTheSelectionIsExported) {
     selectPictures(3);
     table()->clearSelection();

@@ -243,3 +243,17 @@ TEST_F(JournalWork, TheMenuSaysThatItLooksAndKeepsWhatItKnowsMeanwhile) {
     ASSERT_TRUE(QFile::remove(foundJournals().front().path));
     EXPECT_EQ(unfinishedExports(), QStringList(QStringLiteral("None")));
 }
+
+TEST_F(JournalWork, AnExportThatIsAskedForWhileASummaryOpensWaitsForIt) {
+    plugIn_.tell("upload-breaks=1");
+    selectPictures(2);
+    exportToTheSummary();
+    summary()->reject();
+    ASSERT_EQ(unfinishedExports().size(), 1);
+    unfinishedMenu()->actions().first()->trigger();
+    action("Export to Quillmark")->trigger();
+    ASSERT_TRUE(waitForSummary());
+    EXPECT_FALSE(exportDialog());
+    summary()->reject();
+    EXPECT_TRUE(waitForDialog());
+}
