@@ -8,13 +8,18 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <mutex>
 
 namespace platform {
 
 namespace {
 
-/// Fewer bytes than asked for only where the file ends or can't be read: -1 if nothing could.
+QString lastSystemError() {
+    return QString::fromLocal8Bit(strerrordesc_np(errno));
+}
+
+/// Fewer bytes than asked for only where the file ends; -1 where it can't be read.
 std::int64_t readAt(int descriptor, std::uint64_t position, void* to, std::size_t count) {
     std::size_t length = 0;
     while (length < count) {
@@ -22,9 +27,9 @@ std::int64_t readAt(int descriptor, std::uint64_t position, void* to, std::size_
                                    static_cast<off_t>(position + length));
         if (read < 0 && errno == EINTR)
             continue;
-        if (read < 0 && length == 0)
+        if (read < 0)
             return -1;
-        if (read <= 0)
+        if (read == 0)
             break;
         length += static_cast<std::size_t>(read);
     }
@@ -33,18 +38,19 @@ std::int64_t readAt(int descriptor, std::uint64_t position, void* to, std::size_
 
 } // namespace
 
-std::shared_ptr<const ImageFile> ImageFile::open(const QByteArray& path) {
+std::shared_ptr<const ImageFile> ImageFile::open(const QByteArray& path, QString* error) {
     // Never waits for a writer, should a pipe be there instead of a file.
     const int descriptor = ::open(path.constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     struct stat status {};
-    if (descriptor < 0)
-        return nullptr;
-    if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
+    const bool isFound = descriptor >= 0 && fstat(descriptor, &status) == 0;
+    if (isFound && S_ISREG(status.st_mode))
+        return std::shared_ptr<const ImageFile>(
+            new ImageFile(descriptor, static_cast<std::uint64_t>(status.st_size)));
+    if (error)
+        *error = isFound ? QStringLiteral("it is no longer a file") : lastSystemError();
+    if (descriptor >= 0)
         close(descriptor);
-        return nullptr;
-    }
-    return std::shared_ptr<const ImageFile>(
-        new ImageFile(descriptor, static_cast<std::uint64_t>(status.st_size)));
+    return nullptr;
 }
 
 ImageFile::ImageFile(int descriptor, std::uint64_t size)
@@ -53,6 +59,17 @@ ImageFile::ImageFile(int descriptor, std::uint64_t size)
 
 ImageFile::~ImageFile() {
     close(descriptor_);
+}
+
+std::optional<QByteArray> ImageFile::contents(QString& error) const {
+    QByteArray bytes(static_cast<qsizetype>(size_), Qt::Uninitialized);
+    const std::int64_t length = readAt(descriptor_, 0, bytes.data(), size_);
+    if (length < 0) {
+        error = lastSystemError();
+        return std::nullopt;
+    }
+    bytes.truncate(static_cast<qsizetype>(length));
+    return bytes;
 }
 
 QByteArray ImageFile::bytes(std::uint64_t position, std::uint64_t count) const {

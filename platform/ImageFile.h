@@ -1,9 +1,11 @@
 #pragma once
 
 #include <QtCore/QByteArray>
+#include <QtCore/QString>
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 namespace vips {
 class VSource;
@@ -17,8 +19,9 @@ namespace platform {
 /// the process.
 class ImageFile : public std::enable_shared_from_this<ImageFile> {
 public:
-    /// Null where `path`, a file name's bytes as the system keeps them, is no regular file that can be read.
-    static std::shared_ptr<const ImageFile> open(const QByteArray& path);
+    /// Null, with `error`, where `path`, a file name's bytes as the system keeps them, is no regular file
+    /// that can be read.
+    static std::shared_ptr<const ImageFile> open(const QByteArray& path, QString* error = nullptr);
 
     ~ImageFile();
     ImageFile(const ImageFile&) = delete;
@@ -26,7 +29,10 @@ public:
 
     /// Of the file when it was opened.
     std::uint64_t size() const { return size_; }
-    /// Up to `count` bytes from `position` on: fewer where the file ends, or can't be read. Throws
+    /// The whole file. Without a value, and with `error`, where it can't be read. Throws std::bad_alloc where
+    /// it does not fit into memory.
+    std::optional<QByteArray> contents(QString& error) const;
+    /// Up to `count` bytes from `position` on: fewer where the file ends, none where it can't be read. Throws
     /// std::bad_alloc where they do not fit into memory.
     QByteArray bytes(std::uint64_t position, std::uint64_t count) const;
     /// At its beginning; keeps the file open as long as it lives.

@@ -1,6 +1,5 @@
 #include "host/core/ImageRenderer.h"
 
-#include "host/core/FileContents.h"
 #include "platform/Image.h"
 
 #include <vips/vips8>
@@ -79,7 +78,8 @@ std::optional<RenderedImage> upright(const QByteArray& bytes, QString& error) {
 std::optional<RenderedImage> renderImage(const QByteArray& path, QString& error) {
     platform::startImageLibrary();
     try {
-        const auto bytes = fileContents(path, error);
+        const auto file = platform::ImageFile::open(path, &error);
+        const auto bytes = file ? file->contents(error) : std::nullopt;
         if (!bytes)
             return std::nullopt;
         try {
