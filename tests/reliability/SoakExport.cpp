@@ -98,6 +98,7 @@ public:
     }
 
     // host::ExportThreadClient
+    void imageCaptured(std::uint32_t, const QDateTime&) override {}
     void imageNotOffered(std::uint32_t, const QString& reason) override {
         ADD_FAILURE() << "not offered: " << reason.toStdString();
     }
