@@ -26,8 +26,9 @@ struct RecordedImage {
                        ///< it replaces what an earlier one has sent of it.
     std::optional<QString> project{};
     std::optional<FileStamp> stamp{}; ///< Of the file, when the export began; empty where it was not there.
-    QDateTime
-        captured{}; ///< By the camera's clock; invalid until it was offered, or where the file does not tell.
+    /// When it was taken, by the camera's clock; invalid until it was offered, or where the file does not
+    /// tell.
+    QDateTime captured{};
     ImageOutcome outcome = ImageOutcome::NotUploaded;
     QString reason{};       ///< Why it is not uploaded, for a person to read; empty where nothing is known.
     bool hasFailed = false; ///< A try could not write it, or ended at it: the next one takes it last.
